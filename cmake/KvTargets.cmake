@@ -1,0 +1,50 @@
+# Helpers that every folder uses, so that a target is described in one line and built one way.
+
+option(KV_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" OFF)
+option(KV_BUILD_TESTS "Build the tests" ON)
+option(KV_BUILD_BENCHMARKS "Build the benchmarks" OFF)
+option(KV_LIBFUZZER "Link the fuzz targets with libFuzzer (clang)" OFF)
+set(KV_SANITIZE "" CACHE STRING "Sanitizers for every target, for example address,undefined")
+
+add_library(kv_options INTERFACE)
+target_compile_features(kv_options INTERFACE cxx_std_20)
+if(MSVC)
+  target_compile_options(kv_options INTERFACE /W4 /utf-8 /permissive- /EHsc /Zc:__cplusplus)
+  if(KV_WARNINGS_AS_ERRORS)
+    target_compile_options(kv_options INTERFACE /WX)
+  endif()
+else()
+  target_compile_options(kv_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion
+    -Wold-style-cast -Woverloaded-virtual -Wnull-dereference -Wimplicit-fallthrough)
+  # Interfaces handed across the component boundary end in Release, not in a virtual destructor.
+  target_compile_options(kv_options INTERFACE -Wno-non-virtual-dtor)
+  if(KV_WARNINGS_AS_ERRORS)
+    target_compile_options(kv_options INTERFACE -Werror)
+  endif()
+endif()
+if(KV_SANITIZE)
+  target_compile_options(kv_options INTERFACE -fsanitize=${KV_SANITIZE} -fno-omit-frame-pointer)
+  target_link_options(kv_options INTERFACE -fsanitize=${KV_SANITIZE})
+  if(KV_SANITIZE MATCHES "undefined")
+    target_compile_options(kv_options INTERFACE -fno-sanitize-recover=all)
+  endif()
+endif()
+
+# kv_name_sites(<target> <folder>): every source of the target raises and logs under the literal
+# "<folder>/<file name without extension>".
+function(kv_name_sites target folder)
+  get_target_property(sources ${target} SOURCES)
+  foreach(source IN LISTS sources)
+    cmake_path(GET source STEM stem)
+    set_source_files_properties(${source} PROPERTIES COMPILE_DEFINITIONS "KV_SOURCE_FILE=\"${folder}/${stem}\"")
+  endforeach()
+endfunction()
+
+# kv_add_test(<name> SOURCES ... LIBRARIES ...): a GoogleTest program whose cases are separate ctest tests.
+function(kv_add_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBRARIES;LABELS")
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE kv_options ${arg_LIBRARIES} GTest::gmock GTest::gtest_main)
+  gtest_discover_tests(${name} TEST_PREFIX "${name}." DISCOVERY_TIMEOUT 60
+    PROPERTIES TIMEOUT 120 LABELS "${arg_LABELS}")
+endfunction()

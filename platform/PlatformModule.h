@@ -1,0 +1,49 @@
+#pragma once
+
+// The loaded module: its handle, its path, loading by name, and the text operations that go with them.
+//
+// On Windows this is the system's own header. A module's entry point is
+//     extern "C" BOOL DllMain(HMODULE module, DWORD reason, void* reserved);
+// which Windows calls by itself. Elsewhere a module links the object library kv::module_entry, which calls it
+// with DLL_PROCESS_ATTACH when the module is loaded and with DLL_PROCESS_DETACH when it is unloaded.
+
+#include "PlatformKernel.h"
+
+#ifndef _WIN32
+
+using HMODULE = void*;
+
+inline constexpr DWORD DLL_PROCESS_DETACH = 0;
+inline constexpr DWORD DLL_PROCESS_ATTACH = 1;
+inline constexpr UINT CP_ACP = 0;
+
+extern "C" {
+
+// Says that the module wants no notice of threads. There are none here; returns nonzero.
+BOOL DisableThreadLibraryCalls(HMODULE module);
+
+// Writes the full path of the module's file (of the program's when `module` is null), cut to `capacity` bytes
+// with the terminator, and returns the number of characters written; a cut path returns `capacity` and sets
+// ERROR_INSUFFICIENT_BUFFER. 0 on failure.
+DWORD GetModuleFileNameA(HMODULE module, char* path, DWORD capacity);
+
+// Loads a module by path or name; null on failure (ERROR_MOD_NOT_FOUND). FreeLibrary gives it back.
+HMODULE LoadLibraryA(const char* name);
+BOOL FreeLibrary(HMODULE module);
+
+// An exported function of a module that LoadLibraryA gave; null when there is none of that name.
+void* GetProcAddress(HMODULE module, const char* name);
+
+// Narrow text in the system's encoding (UTF-8 here) to wide text. `length` -1 takes text up to and with its
+// terminator. Capacity 0 asks for the number of wide characters needed. 0 on failure.
+int MultiByteToWideChar(UINT codePage, DWORD flags, const char* text, int length, wchar_t* wide,
+                        int capacity);
+int WideCharToMultiByte(UINT codePage, DWORD flags, const wchar_t* wide, int length, char* text, int capacity,
+                        const char* defaultCharacter, BOOL* usedDefault);
+
+// Formats into a buffer of at least 1,024 wide characters: %ls, %s (wide), %d, %u, %x and %%. Output is cut
+// at 1,024.
+int wsprintfW(wchar_t* buffer, const wchar_t* format, ...);
+}
+
+#endif
