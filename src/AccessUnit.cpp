@@ -1,0 +1,30 @@
+#include "AccessUnit.h"
+
+#include <cstring>
+#include <limits>
+
+#include "Raise.h"
+
+namespace KorvelVideo::Network {
+
+std::uint32_t getAccessUnitSize(const AccessUnit& accessUnit) {
+    std::uint64_t size = 0;
+    for (const auto& piece : accessUnit) {
+        size += piece.second;
+    }
+    if (size > std::numeric_limits<std::uint32_t>::max()) {
+        KV_THROW(KV_E_BUFFER_SIZE_TOO_SMALL);
+    }
+    return static_cast<std::uint32_t>(size);
+}
+
+void copyAccessUnit(const AccessUnit& accessUnit, std::uint8_t* destination) noexcept {
+    for (const auto& [bytes, length] : accessUnit) {
+        if (length != 0) {
+            std::memcpy(destination, bytes, length);
+            destination += length;
+        }
+    }
+}
+
+} // namespace KorvelVideo::Network

@@ -1,0 +1,141 @@
+#include "RecordingHost.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <utility>
+
+#include "CallLog.h"
+
+namespace {
+
+std::string hexadecimal(HRESULT result) {
+    char text[16];
+    std::snprintf(text, sizeof(text), "0x%08X", static_cast<unsigned>(result));
+    return text;
+}
+
+} // namespace
+
+void HostScript::fail(const std::string& call, HRESULT result, int count, int skip) {
+    const std::lock_guard lock(m_lock);
+    m_failures[call] = Failure{result, count, skip};
+}
+
+HRESULT HostScript::resultOf(const std::string& call) {
+    const std::lock_guard lock(m_lock);
+    const auto failure = m_failures.find(call);
+    if (failure == m_failures.end()) {
+        return S_OK;
+    }
+    if (failure->second.skip > 0) {
+        --failure->second.skip;
+        return S_OK;
+    }
+    const HRESULT result = failure->second.result;
+    if (--failure->second.count == 0) {
+        m_failures.erase(failure);
+    }
+    return result;
+}
+
+HRESULT RecordingSink::enter(const std::string& call, const std::string& text) {
+    CallLog::instance().record(text);
+    if (onCall) {
+        onCall(call);
+    }
+    return script.resultOf(call);
+}
+
+HRESULT RecordingSink::enterStatus(HRESULT status) {
+    const HRESULT result = enter("NotifyStatus", "NotifyStatus(" + hexadecimal(status) + ")");
+    const std::lock_guard lock(m_lock);
+    m_statuses.push_back(status);
+    m_changed.notify_all();
+    return result;
+}
+
+void RecordingSink::keep(DeliveredUnit unit) {
+    const std::lock_guard lock(m_lock);
+    m_delivered.push_back(std::move(unit));
+    m_changed.notify_all();
+}
+
+std::vector<DeliveredUnit> RecordingSink::takeDelivered() {
+    const std::lock_guard lock(m_lock);
+    return std::exchange(m_delivered, {});
+}
+
+std::vector<HRESULT> RecordingSink::takeStatuses() {
+    const std::lock_guard lock(m_lock);
+    return std::exchange(m_statuses, {});
+}
+
+bool RecordingSink::waitForStatus(HRESULT status, std::uint32_t milliseconds) {
+    std::unique_lock lock(m_lock);
+    return m_changed.wait_for(lock, std::chrono::milliseconds(milliseconds), [this, status] {
+        return std::find(m_statuses.begin(), m_statuses.end(), status) != m_statuses.end();
+    });
+}
+
+class RecordingVideoSink::Surface final : public TestObject<IKvSurface> {
+public:
+    Surface(RecordingVideoSink& sink, std::string name, std::uint32_t size, std::uint32_t capacity)
+        : m_sink(sink), m_name(std::move(name)), m_size(size), m_bytes(capacity) {
+        ++m_sink.m_liveBuffers;
+    }
+    ~Surface() override {
+        CallLog::instance().record(m_name + " ended");
+        --m_sink.m_liveBuffers;
+    }
+
+    HRESULT SetTimeStampInfo(const std::uint64_t* timeStamp) override {
+        m_timeStamp = *timeStamp;
+        return m_sink.enter("SetTimeStampInfo",
+                            m_name + ".SetTimeStampInfo(" + std::to_string(*timeStamp) + ")");
+    }
+    HRESULT SignalWriteCompletion() override {
+        return m_sink.enter("SignalWriteCompletion", m_name + ".SignalWriteCompletion()");
+    }
+    HRESULT Lock(std::uint32_t first, EKvFaceType face, SKvLockedSurfaceDescription* description) override {
+        const bool clean = description->m_size == 32 && description->m_bufferCapacity == 0 &&
+                           description->m_buffer == nullptr;
+        const HRESULT result =
+            m_sink.enter("Lock", m_name + ".Lock(" + std::to_string(first) + ", " + std::to_string(face) +
+                                     ")" + (clean ? "" : " with a used record"));
+        if (result >= 0) {
+            description->m_bufferCapacity = static_cast<std::uint32_t>(m_bytes.size());
+            description->m_buffer = m_sink.script.lendsNoAddress() ? nullptr : m_bytes.data();
+        }
+        return result;
+    }
+
+    [[nodiscard]] const std::string& name() const { return m_name; }
+    [[nodiscard]] DeliveredUnit unit() const {
+        return {std::vector<std::uint8_t>(m_bytes.begin(), m_bytes.begin() + m_size), m_timeStamp};
+    }
+
+private:
+    RecordingVideoSink& m_sink;
+    std::string m_name;
+    std::uint32_t m_size;
+    std::vector<std::uint8_t> m_bytes;
+    std::uint64_t m_timeStamp = 0;
+};
+
+HRESULT RecordingVideoSink::ProvideVideoSurface(std::uint32_t bufferSizeToAskFor, IKvSurface** surface) {
+    const HRESULT result =
+        enter("ProvideVideoSurface", "ProvideVideoSurface(" + std::to_string(bufferSizeToAskFor) + ")");
+    if (result >= 0 && !script.lendsNothing()) {
+        const std::int64_t capacity = std::max<std::int64_t>(0, bufferSizeToAskFor + script.capacityChange());
+        *surface = new Surface(*this, "surface" + std::to_string(++m_bufferNumber), bufferSizeToAskFor,
+                               static_cast<std::uint32_t>(capacity));
+    }
+    return result;
+}
+
+HRESULT RecordingVideoSink::DeliverVideoSurface(IKvSurface* surface) {
+    const auto* filled = static_cast<Surface*>(surface);
+    keep(filled->unit());
+    return enter("DeliverVideoSurface", "DeliverVideoSurface(" + filled->name() + ")");
+}

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "KvVaneException.h"
+
+// The logger component of the tests. Its class object is registered before any static of the module is
+// constructed, so the module's logger holders find it with their ordinary CoCreateInstance at load.
+
+struct LogLine {
+    std::uint32_t category;
+    std::uint32_t level;
+    std::string text;
+
+    bool operator==(const LogLine&) const = default;
+    friend std::ostream& operator<<(std::ostream& stream, const LogLine& line);
+};
+
+namespace RecordingLogger {
+
+// The lines since the last take, without those of level 0 (construction and destruction) unless asked for.
+[[nodiscard]] std::vector<LogLine> takeLines(bool withLifetimeLines = false);
+
+// The exceptions handed over since the last take.
+[[nodiscard]] std::vector<CKvVaneException> takeExceptions();
+
+// The sites of the lines since the last take: "src/File|function signature".
+[[nodiscard]] std::vector<std::string> takeSites();
+
+void clear();
+
+// While off, calls are dropped (and nothing is allocated).
+void setEnabled(bool enabled);
+
+// How many logger objects the module made at load, and how many are alive.
+[[nodiscard]] int created();
+[[nodiscard]] int alive();
+
+// The module identifiers seen other than 7.
+[[nodiscard]] int foreignModuleIds();
+
+} // namespace RecordingLogger

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <utility>
+
+#include "PlatformCom.h"
+
+// A reference-counted test object with one interface: born with one reference, answers IUnknown and `iid`,
+// runs `onLastRelease` and deletes itself when the last reference goes.
+template <class Interface>
+class TestObject : public Interface {
+public:
+    explicit TestObject(const IID& iid = IID_IUnknown) : m_iid(iid) {}
+    TestObject(const TestObject&) = delete;
+    TestObject& operator=(const TestObject&) = delete;
+    virtual ~TestObject() = default;
+
+    HRESULT QueryInterface(REFIID iid, void** object) override {
+        if (iid == IID_IUnknown || iid == m_iid) {
+            *object = static_cast<Interface*>(this);
+            AddRef();
+            return S_OK;
+        }
+        *object = nullptr;
+        return E_NOINTERFACE;
+    }
+    ULONG AddRef() override { return ++m_references; }
+    ULONG Release() override {
+        const ULONG left = --m_references;
+        if (left == 0) {
+            delete this;
+        }
+        return left;
+    }
+    [[nodiscard]] ULONG references() const { return m_references; }
+
+private:
+    IID m_iid;
+    std::atomic<ULONG> m_references{1};
+};
+
+// A test object that lives on the stack or in a fixture: counted, never deleted.
+template <class Interface>
+class StaticTestObject : public Interface {
+public:
+    StaticTestObject() = default;
+    StaticTestObject(const StaticTestObject&) = delete;
+    StaticTestObject& operator=(const StaticTestObject&) = delete;
+    virtual ~StaticTestObject() = default;
+
+    HRESULT QueryInterface(REFIID, void** object) override {
+        *object = nullptr;
+        return E_NOINTERFACE;
+    }
+    ULONG AddRef() override { return ++m_references; }
+    ULONG Release() override { return --m_references; }
+    // References that others hold now; the module must never take one on a callback or a sink.
+    [[nodiscard]] ULONG references() const { return m_references; }
+
+private:
+    std::atomic<ULONG> m_references{0};
+};
