@@ -6,7 +6,6 @@
 #include <optional>
 #include <string>
 
-#include "PlatformCompiler.h"
 #include "RegistryFile.h"
 #include "Text.h"
 
@@ -105,7 +104,7 @@ using Platform::RegistryTree;
 
 extern "C" {
 
-KV_EXPORT LSTATUS RegCreateKeyW(HKEY parent, const wchar_t* name, HKEY* key) {
+LSTATUS RegCreateKeyW(HKEY parent, const wchar_t* name, HKEY* key) {
     if (key == nullptr) {
         return ERROR_INVALID_PARAMETER;
     }
@@ -128,8 +127,7 @@ KV_EXPORT LSTATUS RegCreateKeyW(HKEY parent, const wchar_t* name, HKEY* key) {
     return result;
 }
 
-KV_EXPORT LSTATUS RegOpenKeyExW(HKEY parent, const wchar_t* name, DWORD /*options*/, REGSAM /*access*/,
-                                HKEY* key) {
+LSTATUS RegOpenKeyExW(HKEY parent, const wchar_t* name, DWORD /*options*/, REGSAM /*access*/, HKEY* key) {
     if (key == nullptr) {
         return ERROR_INVALID_PARAMETER;
     }
@@ -150,16 +148,15 @@ KV_EXPORT LSTATUS RegOpenKeyExW(HKEY parent, const wchar_t* name, DWORD /*option
     return ERROR_SUCCESS;
 }
 
-KV_EXPORT LSTATUS RegSetValueW(HKEY key, const wchar_t* name, DWORD type, const wchar_t* text,
-                               DWORD /*bytes*/) {
+LSTATUS RegSetValueW(HKEY key, const wchar_t* name, DWORD type, const wchar_t* text, DWORD /*bytes*/) {
     if (type != REG_SZ || text == nullptr) {
         return ERROR_INVALID_PARAMETER;
     }
     return Platform::setValue(keyPath(key, name), true, std::string(), narrow(text));
 }
 
-KV_EXPORT LSTATUS RegSetValueExW(HKEY key, const wchar_t* name, DWORD /*reserved*/, DWORD type,
-                                 const BYTE* data, DWORD bytes) {
+LSTATUS RegSetValueExW(HKEY key, const wchar_t* name, DWORD /*reserved*/, DWORD type, const BYTE* data,
+                       DWORD bytes) {
     if (type != REG_SZ || data == nullptr) {
         return ERROR_INVALID_PARAMETER;
     }
@@ -170,8 +167,8 @@ KV_EXPORT LSTATUS RegSetValueExW(HKEY key, const wchar_t* name, DWORD /*reserved
                               narrow(text));
 }
 
-KV_EXPORT LSTATUS RegQueryValueExW(HKEY key, const wchar_t* name, DWORD* /*reserved*/, DWORD* type,
-                                   BYTE* data, DWORD* bytes) {
+LSTATUS RegQueryValueExW(HKEY key, const wchar_t* name, DWORD* /*reserved*/, DWORD* type, BYTE* data,
+                         DWORD* bytes) {
     if (data != nullptr && bytes == nullptr) {
         return ERROR_INVALID_PARAMETER;
     }
@@ -208,8 +205,8 @@ KV_EXPORT LSTATUS RegQueryValueExW(HKEY key, const wchar_t* name, DWORD* /*reser
     return ERROR_SUCCESS;
 }
 
-KV_EXPORT LSTATUS RegEnumKeyExW(HKEY key, DWORD index, wchar_t* name, DWORD* characters, DWORD* /*reserved*/,
-                                wchar_t* /*className*/, DWORD* /*classCharacters*/, FILETIME* /*lastWrite*/) {
+LSTATUS RegEnumKeyExW(HKEY key, DWORD index, wchar_t* name, DWORD* characters, DWORD* /*reserved*/,
+                      wchar_t* /*className*/, DWORD* /*classCharacters*/, FILETIME* /*lastWrite*/) {
     if (name == nullptr || characters == nullptr) {
         return ERROR_INVALID_PARAMETER;
     }
@@ -238,7 +235,7 @@ KV_EXPORT LSTATUS RegEnumKeyExW(HKEY key, DWORD index, wchar_t* name, DWORD* cha
     return ERROR_SUCCESS;
 }
 
-KV_EXPORT LSTATUS RegDeleteKeyW(HKEY parent, const wchar_t* name) {
+LSTATUS RegDeleteKeyW(HKEY parent, const wchar_t* name) {
     if (name == nullptr || *name == L'\0') {
         return ERROR_INVALID_PARAMETER;
     }
@@ -258,7 +255,7 @@ KV_EXPORT LSTATUS RegDeleteKeyW(HKEY parent, const wchar_t* name) {
     });
 }
 
-KV_EXPORT LSTATUS RegCloseKey(HKEY key) {
+LSTATUS RegCloseKey(HKEY key) {
     if (key == HKEY_CLASSES_ROOT) {
         return ERROR_SUCCESS;
     }

@@ -5,7 +5,6 @@
 
 #include "ClassRegistry.h"
 #include "PlatformCom.h"
-#include "PlatformCompiler.h"
 #include "ServerModules.h"
 
 namespace Platform {
@@ -102,7 +101,7 @@ HRESULT createFromServer(REFCLSID clsid, IUnknown* outer, REFIID iid, void** obj
 
 extern "C" {
 
-KV_EXPORT HRESULT CoInitializeEx(void* reserved, DWORD model) {
+HRESULT CoInitializeEx(void* reserved, DWORD model) {
     if (reserved != nullptr) {
         return E_INVALIDARG;
     }
@@ -121,7 +120,7 @@ KV_EXPORT HRESULT CoInitializeEx(void* reserved, DWORD model) {
     return S_OK;
 }
 
-KV_EXPORT void CoUninitialize() {
+void CoUninitialize() {
     Platform::Apartment& apartment = Platform::t_apartment;
     if (apartment.entries == 0 || --apartment.entries != 0) {
         return;
@@ -131,8 +130,7 @@ KV_EXPORT void CoUninitialize() {
     }
 }
 
-KV_EXPORT HRESULT CoCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD context, REFIID iid,
-                                   void** object) {
+HRESULT CoCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD context, REFIID iid, void** object) {
     if (object == nullptr) {
         return E_POINTER;
     }
@@ -149,8 +147,8 @@ KV_EXPORT HRESULT CoCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD contex
     return Platform::createFromServer(clsid, outer, iid, object);
 }
 
-KV_EXPORT HRESULT CoRegisterClassObject(REFCLSID clsid, IUnknown* classObject, DWORD context, DWORD flags,
-                                        DWORD* cookie) {
+HRESULT CoRegisterClassObject(REFCLSID clsid, IUnknown* classObject, DWORD context, DWORD flags,
+                              DWORD* cookie) {
     if (cookie == nullptr) {
         return E_POINTER;
     }
@@ -166,7 +164,7 @@ KV_EXPORT HRESULT CoRegisterClassObject(REFCLSID clsid, IUnknown* classObject, D
     return S_OK;
 }
 
-KV_EXPORT HRESULT CoRevokeClassObject(DWORD cookie) {
+HRESULT CoRevokeClassObject(DWORD cookie) {
     Platform::Registrations& all = Platform::registrations();
     std::shared_ptr<const Platform::Registration> revoked; // ends after the lock
     const std::lock_guard lock(all.mutex);

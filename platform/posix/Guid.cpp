@@ -2,7 +2,6 @@
 #include <cwchar>
 
 #include "PlatformCom.h"
-#include "PlatformCompiler.h"
 
 namespace {
 
@@ -51,7 +50,7 @@ GUID fromTextOrder(const std::array<std::uint8_t, 16>& bytes) noexcept {
 
 extern "C" {
 
-KV_EXPORT int StringFromGUID2(REFGUID guid, wchar_t* text, int capacity) {
+int StringFromGUID2(REFGUID guid, wchar_t* text, int capacity) {
     if (text == nullptr || capacity < guidCharacters + 1) {
         return 0;
     }
@@ -68,7 +67,7 @@ KV_EXPORT int StringFromGUID2(REFGUID guid, wchar_t* text, int capacity) {
     return guidCharacters + 1;
 }
 
-KV_EXPORT HRESULT CLSIDFromString(const wchar_t* text, CLSID* clsid) {
+HRESULT CLSIDFromString(const wchar_t* text, CLSID* clsid) {
     if (clsid == nullptr) {
         return E_INVALIDARG;
     }

@@ -5,7 +5,6 @@
 #include <new>
 
 #include "LastError.h"
-#include "PlatformCompiler.h"
 
 namespace Platform {
 
@@ -83,12 +82,12 @@ using Platform::KernelObject;
 
 extern "C" {
 
-KV_EXPORT DWORD GetLastError() { return Platform::t_lastError; }
+DWORD GetLastError() { return Platform::t_lastError; }
 
-KV_EXPORT void SetLastError(DWORD error) { Platform::setLastError(error); }
+void SetLastError(DWORD error) { Platform::setLastError(error); }
 
-KV_EXPORT HANDLE CreateEventA(SECURITY_ATTRIBUTES* /*attributes*/, BOOL manualReset, BOOL initialState,
-                              const char* name) {
+HANDLE CreateEventA(SECURITY_ATTRIBUTES* /*attributes*/, BOOL manualReset, BOOL initialState,
+                    const char* name) {
     if (name != nullptr) {
         Platform::setLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
@@ -101,7 +100,7 @@ KV_EXPORT HANDLE CreateEventA(SECURITY_ATTRIBUTES* /*attributes*/, BOOL manualRe
     return event->handle();
 }
 
-KV_EXPORT BOOL SetEvent(HANDLE handle) {
+BOOL SetEvent(HANDLE handle) {
     const HandleUse<Event> event(handle);
     if (!event) {
         return FALSE;
@@ -110,7 +109,7 @@ KV_EXPORT BOOL SetEvent(HANDLE handle) {
     return TRUE;
 }
 
-KV_EXPORT BOOL ResetEvent(HANDLE handle) {
+BOOL ResetEvent(HANDLE handle) {
     const HandleUse<Event> event(handle);
     if (!event) {
         return FALSE;
@@ -119,7 +118,7 @@ KV_EXPORT BOOL ResetEvent(HANDLE handle) {
     return TRUE;
 }
 
-KV_EXPORT DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds) {
+DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds) {
     const HandleUse<KernelObject> object(handle);
     if (!object) {
         return WAIT_FAILED;
@@ -127,7 +126,7 @@ KV_EXPORT DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds) {
     return object->wait(milliseconds) ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
 }
 
-KV_EXPORT BOOL CloseHandle(HANDLE handle) {
+BOOL CloseHandle(HANDLE handle) {
     if (handle == nullptr) {
         return fail(ERROR_INVALID_HANDLE);
     }
@@ -135,7 +134,7 @@ KV_EXPORT BOOL CloseHandle(HANDLE handle) {
     return TRUE;
 }
 
-KV_EXPORT BOOL InitializeSecurityDescriptor(SECURITY_DESCRIPTOR* descriptor, DWORD revision) {
+BOOL InitializeSecurityDescriptor(SECURITY_DESCRIPTOR* descriptor, DWORD revision) {
     if (descriptor == nullptr || revision != SECURITY_DESCRIPTOR_REVISION) {
         return fail(ERROR_INVALID_PARAMETER);
     }
@@ -144,8 +143,7 @@ KV_EXPORT BOOL InitializeSecurityDescriptor(SECURITY_DESCRIPTOR* descriptor, DWO
     return TRUE;
 }
 
-KV_EXPORT BOOL SetSecurityDescriptorDacl(SECURITY_DESCRIPTOR* descriptor, BOOL present, ACL* dacl,
-                                         BOOL defaulted) {
+BOOL SetSecurityDescriptorDacl(SECURITY_DESCRIPTOR* descriptor, BOOL present, ACL* dacl, BOOL defaulted) {
     if (descriptor == nullptr || descriptor->Revision != SECURITY_DESCRIPTOR_REVISION) {
         return fail(ERROR_INVALID_PARAMETER);
     }
@@ -155,7 +153,7 @@ KV_EXPORT BOOL SetSecurityDescriptorDacl(SECURITY_DESCRIPTOR* descriptor, BOOL p
     return TRUE;
 }
 
-KV_EXPORT BOOL QueryPerformanceCounter(LARGE_INTEGER* counter) {
+BOOL QueryPerformanceCounter(LARGE_INTEGER* counter) {
     if (counter == nullptr) {
         return fail(ERROR_INVALID_PARAMETER);
     }
@@ -165,7 +163,7 @@ KV_EXPORT BOOL QueryPerformanceCounter(LARGE_INTEGER* counter) {
     return TRUE;
 }
 
-KV_EXPORT BOOL QueryPerformanceFrequency(LARGE_INTEGER* frequency) {
+BOOL QueryPerformanceFrequency(LARGE_INTEGER* frequency) {
     if (frequency == nullptr) {
         return fail(ERROR_INVALID_PARAMETER);
     }

@@ -13,7 +13,6 @@
 #include <system_error>
 
 #include "LastError.h"
-#include "PlatformCompiler.h"
 
 namespace Platform {
 
@@ -96,9 +95,9 @@ void* findSymbol(HMODULE module, const char* name) noexcept {
 
 extern "C" {
 
-KV_EXPORT BOOL DisableThreadLibraryCalls(HMODULE /*module*/) { return TRUE; }
+BOOL DisableThreadLibraryCalls(HMODULE /*module*/) { return TRUE; }
 
-KV_EXPORT DWORD GetModuleFileNameA(HMODULE module, char* path, DWORD capacity) {
+DWORD GetModuleFileNameA(HMODULE module, char* path, DWORD capacity) {
     if (path == nullptr || capacity == 0) {
         Platform::setLastError(ERROR_INVALID_PARAMETER);
         return 0;
@@ -119,7 +118,7 @@ KV_EXPORT DWORD GetModuleFileNameA(HMODULE module, char* path, DWORD capacity) {
     return capacity;
 }
 
-KV_EXPORT HMODULE LoadLibraryA(const char* name) {
+HMODULE LoadLibraryA(const char* name) {
     HMODULE module = name != nullptr ? Platform::loadModule(name) : nullptr;
     if (module == nullptr) {
         Platform::setLastError(ERROR_MOD_NOT_FOUND);
@@ -127,7 +126,7 @@ KV_EXPORT HMODULE LoadLibraryA(const char* name) {
     return module;
 }
 
-KV_EXPORT BOOL FreeLibrary(HMODULE module) {
+BOOL FreeLibrary(HMODULE module) {
     if (!Platform::freeModule(module)) {
         Platform::setLastError(ERROR_MOD_NOT_FOUND);
         return FALSE;
@@ -135,7 +134,7 @@ KV_EXPORT BOOL FreeLibrary(HMODULE module) {
     return TRUE;
 }
 
-KV_EXPORT void* GetProcAddress(HMODULE module, const char* name) {
+void* GetProcAddress(HMODULE module, const char* name) {
     void* symbol = Platform::findSymbol(module, name);
     if (symbol == nullptr) {
         Platform::setLastError(ERROR_MOD_NOT_FOUND);

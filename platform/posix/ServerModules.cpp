@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "Modules.h"
-#include "PlatformCompiler.h"
 
 namespace Platform {
 
@@ -126,7 +125,7 @@ HRESULT ServerUse::getClassObject(REFCLSID clsid, IClassFactory** factory) const
 
 } // namespace Platform
 
-extern "C" KV_EXPORT void CoFreeUnusedLibraries() {
+extern "C" void CoFreeUnusedLibraries() {
     struct Candidate {
         Platform::Module* module;
         std::uint64_t uses;

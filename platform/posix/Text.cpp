@@ -6,7 +6,6 @@
 #include <cwchar>
 
 #include "LastError.h"
-#include "PlatformCompiler.h"
 #include "PlatformModule.h"
 
 namespace Platform {
@@ -162,8 +161,8 @@ std::string narrow(std::wstring_view text) {
 
 extern "C" {
 
-KV_EXPORT int MultiByteToWideChar(UINT codePage, DWORD flags, const char* text, int length, wchar_t* wide,
-                                  int capacity) {
+int MultiByteToWideChar(UINT codePage, DWORD flags, const char* text, int length, wchar_t* wide,
+                        int capacity) {
     if (Platform::isRefused(codePage, flags, text, length, wide, capacity)) {
         return Platform::fail(ERROR_INVALID_PARAMETER);
     }
@@ -171,8 +170,8 @@ KV_EXPORT int MultiByteToWideChar(UINT codePage, DWORD flags, const char* text, 
     return Platform::deliver(Platform::widen({text, size}), wide, capacity);
 }
 
-KV_EXPORT int WideCharToMultiByte(UINT codePage, DWORD flags, const wchar_t* wide, int length, char* text,
-                                  int capacity, const char* /*defaultCharacter*/, BOOL* usedDefault) {
+int WideCharToMultiByte(UINT codePage, DWORD flags, const wchar_t* wide, int length, char* text, int capacity,
+                        const char* /*defaultCharacter*/, BOOL* usedDefault) {
     if (Platform::isRefused(codePage, flags, wide, length, text, capacity)) {
         return Platform::fail(ERROR_INVALID_PARAMETER);
     }
@@ -183,7 +182,7 @@ KV_EXPORT int WideCharToMultiByte(UINT codePage, DWORD flags, const wchar_t* wid
     return Platform::deliver(Platform::narrow({wide, size}), text, capacity);
 }
 
-KV_EXPORT int wsprintfW(wchar_t* buffer, const wchar_t* format, ...) {
+int wsprintfW(wchar_t* buffer, const wchar_t* format, ...) {
     Platform::FormatBuffer output(buffer);
     std::va_list arguments;
     va_start(arguments, format);

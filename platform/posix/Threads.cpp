@@ -9,7 +9,6 @@
 
 #include "KernelObjects.h"
 #include "LastError.h"
-#include "PlatformCompiler.h"
 
 namespace Platform {
 
@@ -131,8 +130,8 @@ void nameThread(DWORD threadId, const char* name) noexcept {
 
 extern "C" {
 
-KV_EXPORT std::uintptr_t _beginthreadex(void* /*security*/, unsigned stackSize, unsigned (*routine)(void*),
-                                        void* context, unsigned flags, unsigned* threadId) {
+std::uintptr_t _beginthreadex(void* /*security*/, unsigned stackSize, unsigned (*routine)(void*),
+                              void* context, unsigned flags, unsigned* threadId) {
     if (routine == nullptr || (flags & ~(CREATE_SUSPENDED | STACK_SIZE_PARAM_IS_A_RESERVATION)) != 0) {
         Platform::setLastError(ERROR_INVALID_PARAMETER);
         return 0;
@@ -150,14 +149,14 @@ KV_EXPORT std::uintptr_t _beginthreadex(void* /*security*/, unsigned stackSize, 
     return reinterpret_cast<std::uintptr_t>(thread->handle());
 }
 
-KV_EXPORT DWORD ResumeThread(HANDLE handle) {
+DWORD ResumeThread(HANDLE handle) {
     const Platform::HandleUse<Platform::Thread> thread(handle);
     return thread ? thread->resume() : 0xFFFFFFFF;
 }
 
-KV_EXPORT DWORD GetCurrentThreadId() { return static_cast<DWORD>(gettid()); }
+DWORD GetCurrentThreadId() { return static_cast<DWORD>(gettid()); }
 
-KV_EXPORT void RaiseException(DWORD code, DWORD /*flags*/, DWORD argumentCount, const ULONG_PTR* arguments) {
+void RaiseException(DWORD code, DWORD /*flags*/, DWORD argumentCount, const ULONG_PTR* arguments) {
     if (code != Platform::namingException || argumentCount < 3 || arguments == nullptr ||
         static_cast<DWORD>(arguments[0]) != Platform::namingRecordType || arguments[1] == 0) {
         return;
@@ -166,7 +165,7 @@ KV_EXPORT void RaiseException(DWORD code, DWORD /*flags*/, DWORD argumentCount, 
 }
 }
 
-KV_EXPORT void raiseGuardedException(DWORD code, DWORD flags, DWORD argumentCount,
-                                     const ULONG_PTR* arguments) noexcept {
+void raiseGuardedException(DWORD code, DWORD flags, DWORD argumentCount,
+                           const ULONG_PTR* arguments) noexcept {
     RaiseException(code, flags, argumentCount, arguments);
 }

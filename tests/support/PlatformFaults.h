@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "PlatformKernel.h"
+
+namespace KvTest {
+
+// The platform operations that a test can make fail.
+enum class PlatformCall {
+    CloseHandle,
+    CoCreateInstance,
+    CoInitializeEx,
+    CoUninitialize,
+    CreateEventA,
+    GetModuleFileNameA,
+    RegCloseKey,
+    RegCreateKeyW,
+    RegDeleteKeyW,
+    RegEnumKeyExW,
+    RegOpenKeyExW,
+    RegQueryValueExW,
+    RegSetValueExW,
+    RegSetValueW,
+    ResetEvent,
+    SetEvent,
+    WaitForSingleObject,
+    beginthreadex,
+};
+inline constexpr std::size_t platformCallCount = static_cast<std::size_t>(PlatformCall::beginthreadex) + 1;
+
+// Which calls fail, and how.
+struct Fault {
+    // What the call returns: a result code, a status, or 0 for a null handle.
+    std::int64_t result = 0;
+    // Calls that still succeed before the first failing one.
+    unsigned after = 0;
+    // Failing calls; after them calls succeed again.
+    unsigned times = 1;
+    // The last error that a failing call sets; 0 sets none.
+    DWORD lastError = 0;
+};
+
+// While it lives, calls of one platform operation return what the test chose, without being made, on whatever
+// thread. One at a time for each operation. A program that links this library has its platform calls pass
+// through it; without a fault they are made as usual.
+class PlatformFault {
+public:
+    PlatformFault(PlatformCall call, Fault fault);
+    ~PlatformFault();
+    PlatformFault(const PlatformFault&) = delete;
+    PlatformFault& operator=(const PlatformFault&) = delete;
+
+    // Calls that failed so far.
+    unsigned failed() const;
+
+private:
+    const PlatformCall m_call;
+};
+
+// Calls of one operation since the program began, failed ones included.
+std::uint64_t platformCalls(PlatformCall call);
+
+} // namespace KvTest

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+namespace KvTest {
+
+// A fresh directory that holds the class registry while it lives.
+class TemporaryRegistry {
+public:
+    TemporaryRegistry() {
+        std::string name = (std::filesystem::temp_directory_path() / "kvregistry-XXXXXX").string();
+        m_directory = mkdtemp(name.data()) != nullptr ? name : std::string();
+        setenv("XDG_DATA_HOME", m_directory.c_str(), 1);
+    }
+    ~TemporaryRegistry() {
+        unsetenv("XDG_DATA_HOME");
+        std::error_code ignored;
+        std::filesystem::remove_all(m_directory, ignored);
+    }
+    TemporaryRegistry(const TemporaryRegistry&) = delete;
+    TemporaryRegistry& operator=(const TemporaryRegistry&) = delete;
+
+    const std::filesystem::path& directory() const noexcept { return m_directory; }
+    std::filesystem::path file() const { return m_directory / "kvnetworkreceiver" / "classes"; }
+
+private:
+    std::filesystem::path m_directory;
+};
+
+} // namespace KvTest

@@ -1,0 +1,47 @@
+#include "TestClock.h"
+
+#include <dlfcn.h>
+
+#include <atomic>
+#include <cassert>
+
+#include "PlatformCompiler.h"
+#include "PlatformKernel.h"
+
+namespace KvTest {
+
+namespace {
+
+// The stopped counter; below 0 while the real clock runs.
+constinit std::atomic<std::int64_t> g_stoppedAt{-1};
+
+std::int64_t realCounter() {
+    static const auto original =
+        reinterpret_cast<BOOL (*)(LARGE_INTEGER*)>(dlsym(RTLD_NEXT, "QueryPerformanceCounter"));
+    LARGE_INTEGER counter{};
+    original(&counter);
+    return counter.QuadPart;
+}
+
+} // namespace
+
+TestClock::TestClock() {
+    [[maybe_unused]] const std::int64_t before = g_stoppedAt.exchange(realCounter());
+    assert(before < 0);
+}
+
+TestClock::~TestClock() { g_stoppedAt = -1; }
+
+void TestClock::advance(std::chrono::nanoseconds time) {
+    LARGE_INTEGER frequency{};
+    QueryPerformanceFrequency(&frequency);
+    g_stoppedAt += time.count() / (std::nano::den / frequency.QuadPart);
+}
+
+} // namespace KvTest
+
+extern "C" KV_EXPORT BOOL QueryPerformanceCounter(LARGE_INTEGER* counter) {
+    const std::int64_t stoppedAt = KvTest::g_stoppedAt;
+    counter->QuadPart = stoppedAt >= 0 ? stoppedAt : KvTest::realCounter();
+    return TRUE;
+}
