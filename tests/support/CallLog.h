@@ -12,7 +12,7 @@ public:
 
     void record(std::string call);
     // All calls so far; the log is empty afterwards.
-    [[nodiscard]] std::vector<std::string> take();
+    std::vector<std::string> take();
     void clear();
 
     // While off, nothing is kept (and nothing allocated).

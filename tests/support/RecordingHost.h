@@ -58,8 +58,8 @@ public:
     // Runs inside the named call, after it was recorded; set before the module runs.
     std::function<void(const std::string& call)> onCall;
 
-    [[nodiscard]] std::vector<DeliveredUnit> takeDelivered();
-    [[nodiscard]] std::vector<HRESULT> takeStatuses();
+    std::vector<DeliveredUnit> takeDelivered();
+    std::vector<HRESULT> takeStatuses();
     // Buffers lent and not yet released by everyone.
     [[nodiscard]] int liveBuffers() const { return m_liveBuffers; }
 

@@ -21,13 +21,13 @@ struct LogLine {
 namespace RecordingLogger {
 
 // The lines since the last take, without those of level 0 (construction and destruction) unless asked for.
-[[nodiscard]] std::vector<LogLine> takeLines(bool withLifetimeLines = false);
+std::vector<LogLine> takeLines(bool withLifetimeLines = false);
 
 // The exceptions handed over since the last take.
-[[nodiscard]] std::vector<CKvVaneException> takeExceptions();
+std::vector<CKvVaneException> takeExceptions();
 
 // The sites of the lines since the last take: "src/File|function signature".
-[[nodiscard]] std::vector<std::string> takeSites();
+std::vector<std::string> takeSites();
 
 void clear();
 

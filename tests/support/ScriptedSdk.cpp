@@ -6,7 +6,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <set>
+#include <utility>
 
 #include "CallLog.h"
 
@@ -36,10 +36,11 @@ State& state() {
     return instance;
 }
 
-// With the lock held.
-void record(const std::string& call) {
+// With the lock held. The text is made only when it is kept.
+template <class MakeText>
+void record(MakeText makeText) {
     if (state().recording) {
-        CallLog::instance().record(call);
+        CallLog::instance().record(makeText());
     }
 }
 
@@ -57,13 +58,13 @@ public:
     ~Allocator() override {
         const std::lock_guard lock(state().lock);
         --state().liveAllocators;
-        record("allocator ended");
+        record([] { return std::string("allocator ended"); });
     }
     void ReservedSlot1() override {}
     void ReservedSlot2() override {}
     std::int32_t Reset(std::uint32_t value) override {
         const std::lock_guard lock(state().lock);
-        record("Reset(" + std::to_string(value) + ")");
+        record([&] { return "Reset(" + std::to_string(value) + ")"; });
         return 77;
     }
     void ReservedSlot4() override {}
@@ -73,8 +74,10 @@ public:
 
     std::uint8_t* AllocateBuffer(std::uint32_t* capacity, void* reserved) override {
         const std::lock_guard lock(state().lock);
-        record(std::string("AllocateBuffer(") + std::to_string(*capacity) +
-               (reserved == nullptr ? ", null)" : ", not null)"));
+        record([&] {
+            return "AllocateBuffer(" + std::to_string(*capacity) +
+                   (reserved == nullptr ? ", null)" : ", not null)");
+        });
         if (state().failAllocation) {
             *capacity = *state().failAllocation;
             state().failAllocation.reset();
@@ -92,12 +95,13 @@ public:
     }
     std::int32_t ConfirmBufferSize(std::uint8_t* buffer, std::uint32_t dataLength) override {
         const std::lock_guard lock(state().lock);
-        record("ConfirmBufferSize(" + nameOf(buffer) + ", " + std::to_string(dataLength) + ")");
+        record(
+            [&] { return "ConfirmBufferSize(" + nameOf(buffer) + ", " + std::to_string(dataLength) + ")"; });
         return std::exchange(state().failConfirmation, false) ? 1 : 0;
     }
     void ReleaseBuffer(std::uint8_t* buffer) override {
         const std::lock_guard lock(state().lock);
-        record("ReleaseBuffer(" + nameOf(buffer) + ")");
+        record([&] { return "ReleaseBuffer(" + nameOf(buffer) + ")"; });
         if (state().lent.erase(buffer) == 0) {
             ++state().wrongReleases;
             return;
@@ -115,9 +119,11 @@ extern "C" SdkBufferAllocator* CreateBufferAllocator(std::uint32_t kind, std::ui
                                                      std::uint32_t alignment, void* reserved) {
     {
         const std::lock_guard lock(state().lock);
-        record("CreateBufferAllocator(" + std::to_string(kind) + ", " + std::to_string(count) + ", " +
-               std::to_string(limit) + ", " + std::to_string(bufferSize) + ", " + std::to_string(alignment) +
-               (reserved == nullptr ? ", null)" : ", not null)"));
+        record([&] {
+            return "CreateBufferAllocator(" + std::to_string(kind) + ", " + std::to_string(count) + ", " +
+                   std::to_string(limit) + ", " + std::to_string(bufferSize) + ", " +
+                   std::to_string(alignment) + (reserved == nullptr ? ", null)" : ", not null)");
+        });
         if (std::exchange(state().failCreation, false)) {
             return nullptr;
         }
@@ -127,8 +133,10 @@ extern "C" SdkBufferAllocator* CreateBufferAllocator(std::uint32_t kind, std::ui
 
 extern "C" void AttachBuffer(_tagConsumerInfo* info, std::uint32_t offset, std::uint32_t capacity) {
     const std::lock_guard lock(state().lock);
-    record("AttachBuffer(" + nameOf(info->buffer) + ", " + std::to_string(offset) + ", " +
-           std::to_string(capacity) + ")");
+    record([&] {
+        return "AttachBuffer(" + nameOf(info->buffer) + ", " + std::to_string(offset) + ", " +
+               std::to_string(capacity) + ")";
+    });
 }
 
 namespace ScriptedSdk {

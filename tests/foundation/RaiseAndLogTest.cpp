@@ -1,0 +1,142 @@
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "Logging.h"
+#include "Raise.h"
+#include "RecordingLogger.h"
+#include "StatusTables.h"
+
+namespace {
+
+int g_evaluations = 0;
+
+HRESULT answer(std::uint32_t code) {
+    ++g_evaluations;
+    return kvResult(code);
+}
+
+std::uint32_t sdkCall(int status) {
+    ++g_evaluations;
+    return static_cast<std::uint32_t>(status);
+}
+
+struct Raiser {
+    static void byName() { KV_THROW(KV_E_INVALID_POINTER); }
+    static void byResult(std::uint32_t code) { KV_THROW_IF_FAILED(answer(code)); }
+    static void bySdkStatus(int status) { KV_THROW_IF_SDK_CALL_FAILED(mapNetworkStatus, sdkCall(status)); }
+};
+
+template <class Operation>
+CKvVaneException raised(Operation operation) {
+    try {
+        operation();
+    } catch (const CKvVaneException& exception) {
+        return exception;
+    }
+    ADD_FAILURE() << "nothing was raised";
+    return {"", "", 0, "", 0};
+}
+
+class RaiseAndLog : public testing::Test {
+protected:
+    void SetUp() override {
+        RecordingLogger::clear();
+        g_evaluations = 0;
+    }
+};
+
+TEST_F(RaiseAndLog, CarriesCodeExpressionAndSite) {
+    struct Row {
+        CKvVaneException exception;
+        const char* expression;
+        std::uint32_t result;
+        const char* function;
+    };
+    const Row rows[] = {
+        {raised(Raiser::byName), "KV_E_INVALID_POINTER", 0x89998045, "Raiser::byName()"},
+        {raised([] { Raiser::byResult(0x80004005); }), "answer(code)", 0x80004005, "Raiser::byResult("},
+        {raised([] { Raiser::bySdkStatus(8); }), "sdkCall(status)", 0x89998290, "Raiser::bySdkStatus(int)"},
+        {raised([] { Raiser::bySdkStatus(26); }), "sdkCall(status)", 0x89998FFF, "Raiser::bySdkStatus(int)"},
+    };
+    for (const Row& row : rows) {
+        EXPECT_STREQ(row.exception.m_expression, row.expression);
+        EXPECT_EQ(static_cast<std::uint32_t>(row.exception.m_result), row.result);
+        EXPECT_STREQ(row.exception.m_sourceFile, "tests/RaiseAndLogTest");
+        EXPECT_NE(std::string(row.exception.m_function).find(row.function), std::string::npos)
+            << row.exception.m_function;
+        EXPECT_GT(row.exception.m_line, 0U);
+    }
+    EXPECT_EQ(g_evaluations, 3) << "each expression is evaluated once";
+}
+
+TEST_F(RaiseAndLog, SuccessLetsExecutionGoOn) {
+    EXPECT_NO_THROW(Raiser::byResult(0));
+    EXPECT_NO_THROW(Raiser::byResult(1));
+    EXPECT_NO_THROW(Raiser::byResult(0x0999202E));
+    EXPECT_NO_THROW(Raiser::bySdkStatus(0));
+}
+
+TEST_F(RaiseAndLog, CaughtExceptionReachesTheLoggerWithAReplacedCode) {
+    try {
+        Raiser::bySdkStatus(1);
+    } catch (CKvVaneException& exception) {
+        exception.m_result = KV_E_CONNECTION_FAILED;
+        logCaughtException(exception);
+    }
+    const auto exceptions = RecordingLogger::takeExceptions();
+    ASSERT_EQ(exceptions.size(), 1U);
+    EXPECT_EQ(exceptions[0].m_result, KV_E_CONNECTION_FAILED);
+    EXPECT_STREQ(exceptions[0].m_expression, "sdkCall(status)");
+}
+
+TEST_F(RaiseAndLog, LinesCarryCategoryLevelSiteAndText) {
+    logText(3, 1, KV_SITE, "plain %d text");
+    logPrintf(0, 4, KV_SITE, "number %d of %s", -5, "five");
+    const auto sites = RecordingLogger::takeSites();
+    ASSERT_EQ(sites.size(), 2U);
+    EXPECT_EQ(sites[0].find("tests/RaiseAndLogTest|"), 0U) << sites[0];
+    EXPECT_NE(sites[0].find("LinesCarryCategoryLevelSiteAndText"), std::string::npos) << sites[0];
+    EXPECT_EQ(RecordingLogger::takeLines(),
+              (std::vector<LogLine>{{3, 1, "plain %d text"}, {0, 4, "number -5 of five"}}));
+    EXPECT_EQ(RecordingLogger::foreignModuleIds(), 0);
+}
+
+TEST_F(RaiseAndLog, FormattedTextIsCutAt1023Characters) {
+    const std::string longText(2000, 'x');
+    logPrintf(3, 1, KV_SITE, "%s", longText.c_str());
+    const auto lines = RecordingLogger::takeLines();
+    ASSERT_EQ(lines.size(), 1U);
+    EXPECT_EQ(lines[0].text, std::string(1023, 'x'));
+}
+
+TEST(ModuleLoggerHolder, LeavesTheOtherApartmentAloneAndLogsAllTheSame) {
+    // A thread that is multithreaded already refuses the holder's apartment; its logger works nevertheless.
+    const int before = RecordingLogger::alive();
+    ASSERT_GE(before, 1) << "the module's own holders made theirs at load";
+    CoUninitialize();
+    std::vector<HRESULT> balance;
+    {
+        const ModuleLoggerHolder holder;
+        EXPECT_GE(holder.m_coInitializeResult, 0);
+        EXPECT_EQ(RecordingLogger::alive(), before + 1);
+    }
+    EXPECT_EQ(RecordingLogger::alive(), before);
+    CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+}
+
+TEST(ModuleLoggerHolder, WithoutALoggerEveryOperationReturnsAtOnce) {
+    struct Empty {
+        // Laid out as a holder whose creation failed.
+        HRESULT m_coInitializeResult = E_FAIL;
+        TKvSmartPtr<ModuleLogger::IModuleLogger> m_logger;
+    } const empty;
+    const auto& holder = reinterpret_cast<const ModuleLoggerHolder&>(empty);
+    RecordingLogger::clear();
+    logging::writeText(holder, 3, 1, "file", "function", 1, "text");
+    logging::writeFormatted(holder, 3, 1, "file", "function", 1, "%d", 1);
+    logging::writeException(holder, CKvVaneException("", "", 0, "", 0));
+    EXPECT_TRUE(RecordingLogger::takeLines(true).empty());
+}
+
+} // namespace
