@@ -23,7 +23,7 @@ using REGSAM = DWORD;
 using LSTATUS = std::int32_t;
 using BYTE = std::uint8_t;
 
-inline const HKEY HKEY_CLASSES_ROOT = reinterpret_cast<HKEY>(std::uintptr_t{0x80000000});
+inline const auto HKEY_CLASSES_ROOT = reinterpret_cast<HKEY>(std::uintptr_t{0x80000000});
 inline constexpr DWORD REG_SZ = 1;
 inline constexpr REGSAM MAXIMUM_ALLOWED = 0x02000000;
 inline constexpr REGSAM KEY_READ = 0x20019;

@@ -15,6 +15,7 @@
 
 namespace {
 
+using KvTest::setVariable;
 using ModuleLogger::IModuleLogger;
 using testing::internal::CaptureStderr;
 using testing::internal::GetCapturedStderr;
@@ -53,13 +54,13 @@ private:
 
 // The line behind its time, which must be well formed.
 std::string withoutTime(const std::string& line) {
-    static const std::regex time("^\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\\.\\d{3}Z ");
+    static const std::regex time(R"(^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z )");
     EXPECT_TRUE(std::regex_search(line, time)) << line;
     return line.substr(std::min<std::size_t>(line.size(), 25));
 }
 
 TEST(Logger, WritesOneLineForAMessage) {
-    setenv("KV_LOG_LEVEL", "0", 1);
+    setVariable("KV_LOG_LEVEL", "0");
     const Logger logger;
     struct Row {
         std::uint32_t level;
@@ -77,7 +78,7 @@ TEST(Logger, WritesOneLineForAMessage) {
 }
 
 TEST(Logger, WritesOneLineForAnException) {
-    setenv("KV_LOG_LEVEL", "4", 1);
+    setVariable("KV_LOG_LEVEL", "4");
     const Logger logger;
     const CKvVaneException exception("src/BaseReceiver", "void g(const char*)", 120, "m_client->Init(\"x\")",
                                      static_cast<HRESULT>(0x89998290));
@@ -95,13 +96,9 @@ TEST(Logger, SkipsLinesBelowItsLevel) {
     };
     for (const Row& row : {Row{nullptr, 2}, Row{"0", 0}, Row{"1", 1}, Row{"4", 4}, Row{"5", 2}, Row{"", 2},
                            Row{"-1", 2}, Row{"1x", 2}}) {
-        if (row.variable != nullptr) {
-            setenv("KV_LOG_LEVEL", row.variable, 1);
-        } else {
-            unsetenv("KV_LOG_LEVEL");
-        }
+        setVariable("KV_LOG_LEVEL", row.variable);
         const Logger logger;
-        setenv("KV_LOG_LEVEL", "0", 1); // is read at creation only
+        setVariable("KV_LOG_LEVEL", "0"); // is read at creation only
         for (std::uint32_t level = 0; level <= 4; ++level) {
             EXPECT_EQ(logger.message(level, "text").empty(), level < row.firstWritten)
                 << (row.variable != nullptr ? row.variable : "unset") << ", level " << level;
@@ -115,7 +112,7 @@ TEST(Logger, TextsCannotForgeLinesOrSteerATerminal) {
         std::string written;
     };
     const Row rows[] = {
-        {"two\nlines\r", "two\\x0Alines\\x0D"},
+        {"two\nlines\r", R"(two\x0Alines\x0D)"},
         {"\x1B[2J\x7F\x01", "\\x1B[2J\\x7F\\x01"},
         {"\xC2\x9B"
          "2J",
@@ -147,6 +144,7 @@ TEST(Logger, LinesOfManyThreadsDoNotMix) {
     const Logger logger;
     CaptureStderr();
     std::vector<std::thread> threads;
+    threads.reserve(threadCount);
     for (int i = 0; i < threadCount; ++i) {
         threads.emplace_back([&logger, i] {
             const std::string text(static_cast<std::size_t>(100 + i), static_cast<char>('a' + i));
@@ -279,8 +277,8 @@ TEST(LoggerServer, IsInUseWhileSomethingOfItIsHeld) {
 
 TEST(LoggerServer, SaysWhyItIsNotRegistered) {
     const KvTest::TemporaryRegistry registry;
-    setenv("XDG_DATA_HOME", "relative", 1);
-    setenv("HOME", "", 1);
+    setVariable("XDG_DATA_HOME", "relative");
+    setVariable("HOME", "");
     EXPECT_EQ(LoggerServer().call("DllRegisterServer"), static_cast<HRESULT>(0x80070003));
 }
 

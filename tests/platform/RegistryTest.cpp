@@ -12,6 +12,7 @@
 
 namespace {
 
+using KvTest::setVariable;
 using KvTest::TemporaryRegistry;
 using namespace std::string_literals;
 
@@ -22,8 +23,8 @@ constexpr LSTATUS invalid = ERROR_INVALID_PARAMETER;
 // An open key that closes itself.
 class Key {
 public:
-    static Key open(const wchar_t* path) { return Key(path, false); }
-    static Key create(const wchar_t* path) { return Key(path, true); }
+    static Key open(const wchar_t* path) { return {path, false}; }
+    static Key create(const wchar_t* path) { return {path, true}; }
     ~Key() {
         if (m_key != nullptr) {
             EXPECT_EQ(RegCloseKey(m_key), success);
@@ -231,7 +232,7 @@ TEST(Registry, PassesOverMalformedLines) {
 
 TEST(Registry, NeitherReadsNorReplacesAFileThatIsTooLarge) {
     const TemporaryRegistry registry;
-    const std::string large = "[A]\n#" + std::string(1024 * 1024, 'x');
+    const std::string large = "[A]\n#" + std::string(1'048'576, 'x');
     writeFile(registry, large);
     EXPECT_EQ(Key::open(L"A").result(), 223);
     EXPECT_EQ(Key::create(L"B").result(), 223);
@@ -242,12 +243,12 @@ TEST(Registry, SaysThatItHasNoPlace) {
     const TemporaryRegistry registry;
     std::ofstream(registry.directory() / "file") << "no directory";
     for (const std::string& place : {std::string("relative"), (registry.directory() / "file").string()}) {
-        setenv("XDG_DATA_HOME", place.c_str(), 1);
-        setenv("HOME", "", 1);
+        setVariable("XDG_DATA_HOME", place.c_str());
+        setVariable("HOME", "");
         EXPECT_EQ(Key::create(L"A").result(), 3) << place;
     }
-    unsetenv("XDG_DATA_HOME");
-    setenv("HOME", registry.directory().c_str(), 1);
+    setVariable("XDG_DATA_HOME", nullptr);
+    setVariable("HOME", registry.directory().c_str());
     EXPECT_EQ(Key::create(L"A").result(), success);
     EXPECT_TRUE(std::filesystem::exists(registry.directory() / ".local/share/kvnetworkreceiver/classes"));
 }
