@@ -154,7 +154,7 @@ std::string narrow(std::wstring_view text) {
     std::string bytes;
     bytes.reserve(text.size());
     for (const wchar_t character : text) {
-        const auto code = static_cast<std::uint32_t>(character);
+        const std::uint32_t code = std::char_traits<wchar_t>::to_int_type(character);
         appendCodePoint(bytes, isScalarValue(code) ? code : replacement);
     }
     return bytes;

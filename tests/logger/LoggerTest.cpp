@@ -113,7 +113,7 @@ TEST(Logger, TextsCannotForgeLinesOrSteerATerminal) {
     };
     const Row rows[] = {
         {"two\nlines\r", R"(two\x0Alines\x0D)"},
-        {"\x1B[2J\x7F\x01", "\\x1B[2J\\x7F\\x01"},
+        {"\x1B[2J\x7F\x01", R"(\x1B[2J\x7F\x01)"},
         {"\xC2\x9B"
          "2J",
          "\\xC2\x9B"
