@@ -247,10 +247,17 @@ TEST(ClassObject, RegistrationRefusesBadArguments) {
     EXPECT_EQ(counting.references(), 0U);
 }
 
-TEST(Server, StaysLoadedWhileAnObjectLives) {
-    const TemporaryRegistry registry;
-    const ComScope com;
-    registerServer(CLSID_TestServer, KV_TEST_SERVER);
+// The test server in a registry of its own, and the calling thread in COM.
+class RegisteredServer : public testing::Test {
+protected:
+    RegisteredServer() { registerServer(CLSID_TestServer, KV_TEST_SERVER); }
+
+private:
+    const TemporaryRegistry m_registry;
+    const ComScope m_com;
+};
+
+TEST_F(RegisteredServer, StaysLoadedWhileAnObjectLives) {
     IUnknown* object = nullptr;
     ASSERT_EQ(create(CLSID_TestServer, &object), S_OK);
     CoFreeUnusedLibraries();
@@ -264,10 +271,7 @@ TEST(Server, StaysLoadedWhileAnObjectLives) {
     EXPECT_EQ(loadedServer(), nullptr);
 }
 
-TEST(Server, IsLoadedOnceByManyThreads) {
-    const TemporaryRegistry registry;
-    const ComScope com;
-    registerServer(CLSID_TestServer, KV_TEST_SERVER);
+TEST_F(RegisteredServer, IsLoadedOnceByManyThreads) {
     for (int round = 0; round < 10; ++round) {
         IUnknown* objects[4] = {};
         std::vector<std::thread> threads;
@@ -288,10 +292,7 @@ TEST(Server, IsLoadedOnceByManyThreads) {
     }
 }
 
-TEST(Server, StaysLoadedWhileACreationIsInsideIt) {
-    const TemporaryRegistry registry;
-    const ComScope com;
-    registerServer(CLSID_TestServer, KV_TEST_SERVER);
+TEST_F(RegisteredServer, StaysLoadedWhileACreationIsInsideIt) {
     IUnknown* first = nullptr;
     ASSERT_EQ(create(CLSID_TestServer, &first), S_OK);
     TestServerState* state = loadedServer();
