@@ -57,8 +57,9 @@ protected:
     IAudioVideoReceptionNotifier* createGenericAudioNotifier(const MediaInfo& mediaInfo);
     IAudioVideoReceptionNotifier* createLatmNotifier(const MediaInfo& mediaInfo);
 
-    // One of the three, as the announcement asks; null for any other stream.
-    IAudioVideoReceptionNotifier* createElementaryStreamNotifier(const MediaInfo& mediaInfo);
+    // One of the three, as the announcement asks; null for any other stream. Raises KV_E_INVALID_POINTER for
+    // a null announcement.
+    IAudioVideoReceptionNotifier* createElementaryStreamNotifier(const MediaInfo* mediaInfo);
 
     // Keeps the receiver and returns it as the consumer.
     MainConcept::NetworkStreaming::IMediaConsumer*
@@ -69,13 +70,14 @@ protected:
                                      std::uint32_t line);
 
 private:
-    using Informations = std::vector<TKvSmartPtr<IKvNetworkReceiverStreamInformation>>;
+    using Information = TKvSmartPtr<IKvNetworkReceiverStreamInformation>;
+    using Informations = std::vector<Information>;
 
     IAudioVideoReceptionNotifier* createTransportStreamNotifier();
     template <class Notifier>
     IAudioVideoReceptionNotifier* createAacNotifier(const MediaInfo& mediaInfo);
-    void addInformation(Informations& informations,
-                        const TKvSmartPtr<IKvNetworkReceiverStreamInformation>& information);
+    static bool isTransportStream(const MediaInfo& mediaInfo) noexcept;
+    void addInformation(Informations& informations, const Information& information);
     IAudioVideoReceptionNotifier* addNotifier(std::unique_ptr<IAudioVideoReceptionNotifier> notifier);
 
     IKvNetworkStreamDetectorCallback* m_detectorCallback;
