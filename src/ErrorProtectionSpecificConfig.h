@@ -20,24 +20,26 @@ struct ErrorProtectionSpecificConfig {
     std::uint32_t interleave_type = 0;
     std::uint32_t bit_stuffing = 0;
     std::uint32_t number_of_concatenated_frame = 0;
-    std::vector<std::uint32_t> number_of_class;
-    std::vector<std::uint32_t> length_escape;
-    std::vector<std::uint32_t> rate_escape;
-    std::vector<std::uint32_t> crclen_escape;
-    std::vector<std::uint32_t> concatenate_flag;
-    std::vector<std::uint32_t> fec_type;
-    std::vector<std::uint32_t> termination_switch;
-    std::vector<std::uint32_t> interleave_switch;
+    std::vector<std::uint32_t> number_of_class{};
+    std::vector<std::uint32_t> length_escape{};
+    std::vector<std::uint32_t> rate_escape{};
+    std::vector<std::uint32_t> crclen_escape{};
+    std::vector<std::uint32_t> concatenate_flag{};
+    std::vector<std::uint32_t> fec_type{};
+    std::vector<std::uint32_t> termination_switch{};
+    std::vector<std::uint32_t> interleave_switch{};
     std::uint32_t class_optional = 0; // of the last class
-    std::vector<std::uint32_t> number_of_bits_for_length;
-    std::vector<std::uint32_t> class_length;
-    std::vector<std::uint32_t> class_rate;
-    std::vector<std::uint32_t> class_crclen;
+    std::vector<std::uint32_t> number_of_bits_for_length{};
+    std::vector<std::uint32_t> class_length{};
+    std::vector<std::uint32_t> class_rate{};
+    std::vector<std::uint32_t> class_crclen{};
     std::uint32_t class_reordered_output = 0; // of the last set
-    std::vector<std::uint32_t> class_output_order;
+    std::vector<std::uint32_t> class_output_order{};
     std::uint32_t header_protection = 0;
     std::uint32_t header_rate = 0;
     std::uint32_t header_crclen = 0;
+
+    bool operator==(const ErrorProtectionSpecificConfig&) const = default;
 };
 
 [[nodiscard]] ErrorProtectionSpecificConfig parseErrorProtectionSpecificConfig(BitReader& reader);

@@ -31,18 +31,20 @@ struct ProgramConfigElement {
     std::uint32_t matrix_mixdown_idx_present = 0;
     std::uint32_t matrix_mixdown_idx = 0;
     std::uint32_t pseudo_surround_enable = 0;
-    std::vector<std::uint32_t> front_element_is_cpe;
-    std::vector<std::uint32_t> front_element_tag_select;
-    std::vector<std::uint32_t> side_element_is_cpe;
-    std::vector<std::uint32_t> side_element_tag_select;
-    std::vector<std::uint32_t> back_element_is_cpe;
-    std::vector<std::uint32_t> back_element_tag_select;
-    std::vector<std::uint32_t> lfe_element_tag_select;
-    std::vector<std::uint32_t> assoc_data_element_tag_select;
-    std::vector<std::uint32_t> cc_element_is_ind_sw;
-    std::vector<std::uint32_t> valid_cc_element_tag_select;
+    std::vector<std::uint32_t> front_element_is_cpe{};
+    std::vector<std::uint32_t> front_element_tag_select{};
+    std::vector<std::uint32_t> side_element_is_cpe{};
+    std::vector<std::uint32_t> side_element_tag_select{};
+    std::vector<std::uint32_t> back_element_is_cpe{};
+    std::vector<std::uint32_t> back_element_tag_select{};
+    std::vector<std::uint32_t> lfe_element_tag_select{};
+    std::vector<std::uint32_t> assoc_data_element_tag_select{};
+    std::vector<std::uint32_t> cc_element_is_ind_sw{};
+    std::vector<std::uint32_t> valid_cc_element_tag_select{};
     std::uint32_t comment_field_bytes = 0;
-    std::vector<std::uint32_t> comment_field_data; // one element a byte
+    std::vector<std::uint32_t> comment_field_data{}; // one element a byte
+
+    bool operator==(const ProgramConfigElement&) const = default;
 };
 
 struct GASpecificConfig {
@@ -50,7 +52,7 @@ struct GASpecificConfig {
     std::uint32_t dependsOnCoreCoder = 0;
     std::uint32_t coreCoderDelay = 0;
     std::uint32_t extensionFlag = 0;
-    ProgramConfigElement programConfig; // when the channel configuration is 0
+    ProgramConfigElement programConfig{}; // when the channel configuration is 0
     std::uint32_t layerNr = 0;
     std::uint32_t numOfSubFrame = 0;
     std::uint32_t layer_length = 0;
@@ -58,6 +60,8 @@ struct GASpecificConfig {
     std::uint32_t aacScalefactorDataResilienceFlag = 0;
     std::uint32_t aacSpectralDataResilienceFlag = 0;
     std::uint32_t extensionFlag3 = 0;
+
+    bool operator==(const GASpecificConfig&) const = default;
 };
 
 [[nodiscard]] GASpecificConfig parseGASpecificConfig(BitReader& reader, std::uint32_t audioObjectType,

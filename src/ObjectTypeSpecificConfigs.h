@@ -23,6 +23,8 @@ struct CelpSpecificConfig {
     std::uint32_t isBWSLayer = 0;
     std::uint32_t BWS_configuration = 0;
     std::uint32_t CELP_BRS_id = 0;
+
+    bool operator==(const CelpSpecificConfig&) const = default;
 };
 
 // Object type 24: subpart 3.
@@ -39,6 +41,8 @@ struct ErrorResilientCelpSpecificConfig {
     std::uint32_t isBWSLayer = 0;
     std::uint32_t BWS_configuration = 0;
     std::uint32_t CELP_BRS_id = 0;
+
+    bool operator==(const ErrorResilientCelpSpecificConfig&) const = default;
 };
 
 // Object type 9: subpart 2.
@@ -47,6 +51,8 @@ struct HvxcSpecificConfig {
     std::uint32_t HVXCvarMode = 0;
     std::uint32_t HVXCrateMode = 0;
     std::uint32_t extensionFlag = 0;
+
+    bool operator==(const HvxcSpecificConfig&) const = default;
 };
 
 // Object type 25: subpart 2.
@@ -56,6 +62,8 @@ struct ErrorResilientHvxcSpecificConfig {
     std::uint32_t HVXCrateMode = 0;
     std::uint32_t extensionFlag = 0;
     std::uint32_t var_ScalableFlag = 0;
+
+    bool operator==(const ErrorResilientHvxcSpecificConfig&) const = default;
 };
 
 // Object type 12: subpart 6.
@@ -69,6 +77,8 @@ struct TTSSpecificConfig {
     std::uint32_t Video_Enable = 0;
     std::uint32_t Lip_Shape_Enable = 0;
     std::uint32_t Trick_Mode_Enable = 0;
+
+    bool operator==(const TTSSpecificConfig&) const = default;
 };
 
 // Object types 13 to 16: subpart 5. How many chunks of each type were announced; their contents are not read.
@@ -79,6 +89,8 @@ struct StructuredAudioSpecificConfig {
     std::uint32_t samples = 0;        // 3
     std::uint32_t sampleBanks = 0;    // 4
     std::uint32_t symbolTables = 0;   // 5
+
+    bool operator==(const StructuredAudioSpecificConfig&) const = default;
 };
 
 // Object types 26 and 27: subpart 7.
@@ -97,6 +109,8 @@ struct ParametricSpecificConfig {
     std::uint32_t PARAextensionFlag = 0;
     std::uint32_t HILNenhaLayer = 0;
     std::uint32_t HILNenhaQuantMode = 0;
+
+    bool operator==(const ParametricSpecificConfig&) const = default;
 };
 
 // Object type 28: subpart 8.
@@ -106,6 +120,8 @@ struct SSCSpecificConfig {
     std::uint32_t synthesis_method = 0;
     std::uint32_t mode_ext = 0;
     std::uint32_t reserved = 0;
+
+    bool operator==(const SSCSpecificConfig&) const = default;
 };
 
 [[nodiscard]] CelpSpecificConfig parseCelpSpecificConfig(BitReader& reader) noexcept;

@@ -20,19 +20,23 @@ namespace KorvelVideo::Network {
 struct LatmLayer {
     std::uint32_t layerIndex = 0; // within its program
     std::uint32_t useSameConfig = 0;
-    AudioSpecificConfig config;
+    AudioSpecificConfig config{};
     std::uint32_t ascBytesForValue = 0;
     std::uint32_t ascLen = 0; // in bits
     std::uint32_t frameLengthType = 0;
     std::uint32_t latmBufferFullness = 0;
     std::uint32_t coreFrameOffset = 0;
     std::uint32_t frameLength = 0; // or the CELP or HVXC table index, by frameLengthType
+
+    bool operator==(const LatmLayer&) const = default;
 };
 
 struct LatmProgram {
     std::uint32_t programIndex = 0;
     std::int32_t numLayer = 0; // minus 1
-    std::vector<LatmLayer> layers;
+    std::vector<LatmLayer> layers{};
+
+    bool operator==(const LatmProgram&) const = default;
 };
 
 struct StreamMuxConfig {
@@ -43,20 +47,24 @@ struct StreamMuxConfig {
     std::uint32_t allStreamsSameTimeFraming = 0;
     std::uint32_t numSubFrames = 0; // minus 1
     std::int32_t numProgram = 0;    // minus 1
-    std::vector<LatmProgram> programs;
+    std::vector<LatmProgram> programs{};
     std::uint32_t otherDataPresent = 0;
     std::uint32_t otherDataBytesForValue = 0;
     std::uint32_t otherDataLenBits = 0;
     std::uint32_t crcCheckPresent = 0;
     std::uint32_t crcCheckSum = 0; // not verified
+
+    bool operator==(const StreamMuxConfig&) const = default;
 };
 
 // What a frame is parsed against; a default one knows no stream. Never changed by the parsers.
 struct LatmConfigState {
-    StreamMuxConfig muxConfig;         // in force, and used by frames that set useSameStreamMux
-    AudioSpecificConfig currentConfig; // of the layer before the one that is parsed
-    std::uint32_t programIndex = 0;    // of the program that is parsed
-    std::uint32_t layerIndex = 0;      // of the layer that is parsed, within its program
+    StreamMuxConfig muxConfig{};         // in force, and used by frames that set useSameStreamMux
+    AudioSpecificConfig currentConfig{}; // of the layer before the one that is parsed
+    std::uint32_t programIndex = 0;      // of the program that is parsed
+    std::uint32_t layerIndex = 0;        // of the layer that is parsed, within its program
+
+    bool operator==(const LatmConfigState&) const = default;
 };
 
 // One StreamMuxConfig. With useSameConfig the first layer of a later program takes currentConfig of the
