@@ -7,6 +7,7 @@
 #include <string>
 
 #include "AccessUnit.h"
+#include "BriefLock.h"
 #include "IAudioVideoReceptionNotifier.h"
 #include "StreamingSdk.h"
 #include "SynchronizationObjects.h"
@@ -105,7 +106,7 @@ protected:
 
 private:
     AccessUnit m_spareSamples; // empty; keeps the room of an access unit delivered before
-    std::mutex m_samplesLock;  // guards m_samples, m_spareSamples and m_lastTimeStamp
+    BriefLock m_samplesLock; // guards m_samples, m_spareSamples and m_lastTimeStamp
     std::mutex m_threadLock;   // guards m_endOfStreamThread
 };
 
