@@ -15,24 +15,29 @@ namespace {
 
 using Piece = AccessUnit::value_type;
 
+// Every frame starts from nothing.
+const LatmConfigState& getDefaultState() noexcept {
+    static const LatmConfigState state;
+    return state;
+}
+
 // A piece beyond 31 bits of length is none to the reader, hence no LOAS frame, whose length has 13 bits.
 BitReader readerOf(const Piece& piece) noexcept {
     return BitReader(piece.first, static_cast<std::int32_t>(piece.second));
 }
 
-std::uint32_t measurePiece(const Piece& piece, const LatmConfigState& state) {
+std::uint32_t measurePiece(const Piece& piece) {
     const BitReader reader = readerOf(piece);
     return static_cast<std::uint32_t>(isLoasFrame(reader)
-                                          ? measureLoasFrame(reader, state)
+                                          ? measureLoasFrame(reader, getDefaultState())
                                           : getTarventBufferSizeFromHeader(piece.first, piece.second));
 }
 
 // Copies the payload of the piece, never more than `room` bytes, and returns how many bytes those are.
-std::uint32_t extractPiece(const Piece& piece, std::uint8_t* destination, std::uint32_t room,
-                           const LatmConfigState& state) {
+std::uint32_t extractPiece(const Piece& piece, std::uint8_t* destination, std::uint32_t room) {
     const BitReader reader = readerOf(piece);
     if (isLoasFrame(reader)) {
-        return parseLoasFrame(reader, destination, room, state).audioMuxElement.payloadByteCount;
+        return parseLoasFrame(reader, destination, room, getDefaultState()).audioMuxElement.payloadByteCount;
     }
     const auto payloadSize =
         static_cast<std::uint32_t>(getTarventBufferSizeFromHeader(piece.first, piece.second));
@@ -43,19 +48,18 @@ std::uint32_t extractPiece(const Piece& piece, std::uint8_t* destination, std::u
     return copied;
 }
 
-std::uint32_t getPayloadSize(const AccessUnit& accessUnit, const LatmConfigState& state) {
+std::uint32_t getPayloadSize(const AccessUnit& accessUnit) {
     std::uint64_t byteCount = 0;
     for (const Piece& piece : accessUnit) {
-        byteCount += measurePiece(piece, state);
+        byteCount += measurePiece(piece);
     }
     return toBufferSize(byteCount);
 }
 
-void copyPayload(const AccessUnit& accessUnit, std::uint8_t* destination, std::uint32_t capacity,
-                 const LatmConfigState& state) {
+void copyPayload(const AccessUnit& accessUnit, std::uint8_t* destination, std::uint32_t capacity) {
     std::uint32_t written = 0;
     for (const Piece& piece : accessUnit) {
-        written += extractPiece(piece, destination + written, capacity - written, state);
+        written += extractPiece(piece, destination + written, capacity - written);
     }
 }
 
@@ -91,8 +95,7 @@ LatmStreamNotifier::~LatmStreamNotifier() {
 }
 
 TKvSmartPtr<IKvAudioSamples> LatmStreamNotifier::getSamples(const AccessUnit& accessUnit) {
-    const LatmConfigState state; // every frame starts from nothing
-    const std::uint32_t bufferSizeToAskFor = getPayloadSize(accessUnit, state);
+    const std::uint32_t bufferSizeToAskFor = getPayloadSize(accessUnit);
     TKvSmartPtr<IKvAudioSamples> audioSamples;
     KV_THROW_IF_FAILED(m_audioReceiver->ProvideAudioSamples(bufferSizeToAskFor, &audioSamples));
     if (!audioSamples) {
@@ -108,7 +111,7 @@ TKvSmartPtr<IKvAudioSamples> LatmStreamNotifier::getSamples(const AccessUnit& ac
     if (audioSamplesBuffer == nullptr && bufferSizeToAskFor != 0) {
         KV_THROW(KV_E_INVALID_POINTER);
     }
-    copyPayload(accessUnit, audioSamplesBuffer, audioSamplesBufferSize, state);
+    copyPayload(accessUnit, audioSamplesBuffer, audioSamplesBufferSize);
     return audioSamples;
 }
 

@@ -31,9 +31,9 @@ AccessUnit unitOver(std::vector<Bytes>& pieces) {
 }
 
 Bytes lengthPrefixed(std::size_t payloadSize) {
-    Bytes piece(payloadSize / 255, 255);
-    piece.push_back(static_cast<std::uint8_t>(payloadSize % 255));
-    piece.resize(piece.size() + payloadSize, 0x5A);
+    const std::size_t full = payloadSize / 255;
+    Bytes piece(full + 1 + payloadSize, 255);
+    piece[full] = static_cast<std::uint8_t>(payloadSize % 255);
     return piece;
 }
 
