@@ -23,7 +23,7 @@ const LatmConfigState& getDefaultState() noexcept {
 
 // A piece beyond 31 bits of length is none to the reader, hence no LOAS frame, whose length has 13 bits.
 BitReader readerOf(const Piece& piece) noexcept {
-    return BitReader(piece.first, static_cast<std::int32_t>(piece.second));
+    return {piece.first, static_cast<std::int32_t>(piece.second)};
 }
 
 std::uint32_t measurePiece(const Piece& piece) {
