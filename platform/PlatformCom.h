@@ -130,12 +130,15 @@ void CoUninitialize();
 HRESULT CoCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD context, REFIID iid, void** object);
 
 // Registers a class object for this process (one reference is held until it is revoked); *cookie names the
-// registration. CoRevokeClassObject returns CO_E_OBJNOTREG for an unknown cookie.
+// registration. Of several for one class the newest is asked. CoRevokeClassObject returns CO_E_OBJNOTREG for
+// an unknown cookie; a creation under way ends with its own reference.
 HRESULT CoRegisterClassObject(REFCLSID clsid, IUnknown* classObject, DWORD context, DWORD flags,
                               DWORD* cookie);
 HRESULT CoRevokeClassObject(DWORD cookie);
 
-// Unloads every module that CoCreateInstance loaded and whose DllCanUnloadNow returns S_OK.
+// Unloads every module that CoCreateInstance loaded and whose DllCanUnloadNow returns S_OK, unless a
+// CoCreateInstance is inside it. At once: the caller sees to it that no other thread is still returning from
+// the last Release of one of the module's objects.
 void CoFreeUnusedLibraries();
 
 // Writes the braces form (38 characters and the terminator, capital hexadecimal digits) and returns 39, or

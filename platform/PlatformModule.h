@@ -5,12 +5,15 @@
 // On Windows this is the system's own header. A module's entry point is
 //     extern "C" BOOL DllMain(HMODULE module, DWORD reason, void* reserved);
 // which Windows calls by itself. Elsewhere a module links the object library kv::module_entry, which calls it
-// with DLL_PROCESS_ATTACH when the module is loaded and with DLL_PROCESS_DETACH when it is unloaded.
+// with DLL_PROCESS_ATTACH when the module is loaded, in no fixed order with its static initialisers, and with
+// DLL_PROCESS_DETACH when it is unloaded, before its static destructors. The result is not looked at, and
+// `reserved` is null.
 
 #include "PlatformKernel.h"
 
 #ifndef _WIN32
 
+// A loaded module: the address it is loaded at, whether DllMain or LoadLibraryA gave it.
 using HMODULE = void*;
 
 inline constexpr DWORD DLL_PROCESS_DETACH = 0;
@@ -31,18 +34,20 @@ DWORD GetModuleFileNameA(HMODULE module, char* path, DWORD capacity);
 HMODULE LoadLibraryA(const char* name);
 BOOL FreeLibrary(HMODULE module);
 
-// An exported function of a module that LoadLibraryA gave; null when there is none of that name.
+// A function that the module itself exports; null when there is none of that name.
 void* GetProcAddress(HMODULE module, const char* name);
 
-// Narrow text in the system's encoding (UTF-8 here) to wide text. `length` -1 takes text up to and with its
-// terminator. Capacity 0 asks for the number of wide characters needed. 0 on failure.
+// Narrow text in the system's encoding (UTF-8 here) to wide text and back; what cannot be converted becomes
+// U+FFFD. `length` -1 takes text up to and with its terminator. Capacity 0 asks for the number of characters
+// needed. 0 on failure: ERROR_INSUFFICIENT_BUFFER, or ERROR_INVALID_PARAMETER (any flags, code pages but
+// CP_ACP and 65001).
 int MultiByteToWideChar(UINT codePage, DWORD flags, const char* text, int length, wchar_t* wide,
                         int capacity);
 int WideCharToMultiByte(UINT codePage, DWORD flags, const wchar_t* wide, int length, char* text, int capacity,
                         const char* defaultCharacter, BOOL* usedDefault);
 
 // Formats into a buffer of at least 1,024 wide characters: %ls, %s (wide), %d, %u, %x and %%. Output is cut
-// at 1,024.
+// at 1,024, terminator included. Returns the number of characters without it.
 int wsprintfW(wchar_t* buffer, const wchar_t* format, ...);
 }
 

@@ -6,10 +6,13 @@
 // read: $XDG_DATA_HOME/kvnetworkreceiver/classes (~/.local/share where XDG_DATA_HOME is not set), each key a
 // line in brackets, each value a line `name = text` below it. Every change is written at once, by atomic
 // rename under a file lock, so that processes may share it. The environment is read at each call, so a test
-// can move the file.
+// can move the file; a program that runs with rights not its user's has no registry. Malformed lines are
+// passed over (and gone after the next change); a file above 1 MiB is refused and left as it is.
 //
-// Operations return ERROR_SUCCESS or a positive platform error code. Key and value names are compared without
-// regard to case. Paths use one backslash between keys. A key handle ends with RegCloseKey.
+// Operations return ERROR_SUCCESS or a positive platform error code; ERROR_INVALID_PARAMETER for names and
+// texts that the file cannot hold (control characters, outer spaces, '=' in a value name, paths above 1,024
+// bytes or 32 keys). Key and value names are compared without regard to the case of A to Z. Paths use one
+// backslash between keys. A key handle ends with RegCloseKey. The root itself has no values.
 
 #include "PlatformKernel.h"
 
@@ -20,7 +23,7 @@ using REGSAM = DWORD;
 using LSTATUS = std::int32_t;
 using BYTE = std::uint8_t;
 
-inline const HKEY HKEY_CLASSES_ROOT = reinterpret_cast<HKEY>(std::uintptr_t{0x80000000});
+inline const auto HKEY_CLASSES_ROOT = reinterpret_cast<HKEY>(std::uintptr_t{0x80000000});
 inline constexpr DWORD REG_SZ = 1;
 inline constexpr REGSAM MAXIMUM_ALLOWED = 0x02000000;
 inline constexpr REGSAM KEY_READ = 0x20019;

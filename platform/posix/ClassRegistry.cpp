@@ -157,7 +157,7 @@ LSTATUS RegSetValueW(HKEY key, const wchar_t* name, DWORD type, const wchar_t* t
 
 LSTATUS RegSetValueExW(HKEY key, const wchar_t* name, DWORD /*reserved*/, DWORD type, const BYTE* data,
                        DWORD bytes) {
-    if (type != REG_SZ || data == nullptr) {
+    if (type != REG_SZ || data == nullptr || bytes / sizeof(wchar_t) > RegistryTree::longestFile) {
         return ERROR_INVALID_PARAMETER;
     }
     std::wstring text(bytes / sizeof(wchar_t), L'\0');

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <atomic>
 #include <map>
 #include <memory>
@@ -57,12 +58,10 @@ Registrations& registrations() {
 std::shared_ptr<const Registration> findRegistration(REFCLSID clsid) {
     Registrations& all = registrations();
     const std::lock_guard lock(all.mutex);
-    for (auto entry = all.byCookie.rbegin(); entry != all.byCookie.rend(); ++entry) {
-        if (entry->second->clsid() == clsid) {
-            return entry->second;
-        }
-    }
-    return nullptr;
+    const auto entry =
+        std::find_if(all.byCookie.rbegin(), all.byCookie.rend(),
+                     [&clsid](const auto& candidate) { return candidate.second->clsid() == clsid; });
+    return entry != all.byCookie.rend() ? entry->second : nullptr;
 }
 
 // Makes the object and ends the caller's reference to the factory.

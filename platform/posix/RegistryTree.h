@@ -18,7 +18,7 @@ struct NameOrder {
 
 class RegistryTree {
 public:
-    static constexpr std::size_t longestFile = 1024 * 1024;
+    static constexpr std::size_t longestFile = 1'048'576;
     static constexpr std::size_t longestPath = 1024;
     static constexpr std::size_t deepestKey = 32;
 

@@ -1,5 +1,6 @@
 #include "Text.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdarg>
 #include <cstring>
@@ -12,7 +13,7 @@ namespace Platform {
 
 namespace {
 
-constexpr wchar_t replacement = 0xFFFD;
+constexpr std::uint32_t replacement = 0xFFFD;
 constexpr UINT codePageUtf8 = 65001;
 
 bool isScalarValue(std::uint32_t code) noexcept {
@@ -36,7 +37,7 @@ wchar_t takeCodePoint(std::string_view& text) noexcept {
         code = first & 0x1FU;
     } else if (first >= 0x80) {
         text.remove_prefix(1);
-        return replacement;
+        return static_cast<wchar_t>(replacement);
     }
     bool wellFormed = length <= text.size();
     for (std::size_t i = 1; wellFormed && i < length; ++i) {
@@ -46,7 +47,7 @@ wchar_t takeCodePoint(std::string_view& text) noexcept {
     }
     wellFormed = wellFormed && code >= smallestOfLength[length] && isScalarValue(code);
     text.remove_prefix(wellFormed ? length : 1);
-    return wellFormed ? static_cast<wchar_t>(code) : replacement;
+    return static_cast<wchar_t>(wellFormed ? code : replacement);
 }
 
 void appendCodePoint(std::string& text, std::uint32_t code) {
@@ -93,9 +94,11 @@ int deliver(const std::basic_string<Character>& text, Character* target, int cap
     if (length > capacity) {
         return fail(ERROR_INSUFFICIENT_BUFFER);
     }
-    std::memcpy(target, text.data(), text.size() * sizeof(Character));
+    std::copy(text.begin(), text.end(), target);
     return length;
 }
+
+wchar_t digit(std::uint32_t value) noexcept { return L"0123456789abcdef"[value]; }
 
 // Collects the output of wsprintfW, which ends with its terminator at 1,024 characters.
 class FormatBuffer {
@@ -119,7 +122,7 @@ public:
         std::size_t at = 10;
         digits[at] = L'\0';
         do {
-            digits[--at] = L"0123456789abcdef"[value % base];
+            digits[--at] = digit(value % base);
             value /= base;
         } while (value != 0);
         add(&digits[at]);
@@ -151,8 +154,8 @@ std::string narrow(std::wstring_view text) {
     std::string bytes;
     bytes.reserve(text.size());
     for (const wchar_t character : text) {
-        const auto code = static_cast<std::uint32_t>(character);
-        appendCodePoint(bytes, isScalarValue(code) ? code : std::uint32_t{replacement});
+        const std::uint32_t code = std::char_traits<wchar_t>::to_int_type(character);
+        appendCodePoint(bytes, isScalarValue(code) ? code : replacement);
     }
     return bytes;
 }

@@ -17,7 +17,7 @@ namespace {
 using ThreadRoutine = unsigned (*)(void*);
 
 // Less than this leaves no room for thread-local data and the C library's own frames.
-constexpr std::size_t smallestStack = 128 * 1024;
+constexpr std::size_t smallestStack = 131'072;
 
 class Thread final : public KernelObject {
 public:

@@ -35,7 +35,9 @@ TestClock::~TestClock() { g_stoppedAt = -1; }
 void TestClock::advance(std::chrono::nanoseconds time) {
     LARGE_INTEGER frequency{};
     QueryPerformanceFrequency(&frequency);
-    g_stoppedAt += time.count() / (std::nano::den / frequency.QuadPart);
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
+    const std::int64_t rest = (time - seconds).count() * frequency.QuadPart / std::nano::den;
+    g_stoppedAt += seconds.count() * frequency.QuadPart + rest;
 }
 
 } // namespace KvTest
