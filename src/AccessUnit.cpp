@@ -7,15 +7,19 @@
 
 namespace KorvelVideo::Network {
 
-std::uint32_t getAccessUnitSize(const AccessUnit& accessUnit) {
-    std::uint64_t size = 0;
-    for (const auto& piece : accessUnit) {
-        size += piece.second;
-    }
-    if (size > std::numeric_limits<std::uint32_t>::max()) {
+std::uint32_t toBufferSize(std::uint64_t byteCount) {
+    if (byteCount > std::numeric_limits<std::uint32_t>::max()) {
         KV_THROW(KV_E_BUFFER_SIZE_TOO_SMALL);
     }
-    return static_cast<std::uint32_t>(size);
+    return static_cast<std::uint32_t>(byteCount);
+}
+
+std::uint32_t getAccessUnitSize(const AccessUnit& accessUnit) {
+    std::uint64_t byteCount = 0;
+    for (const auto& piece : accessUnit) {
+        byteCount += piece.second;
+    }
+    return toBufferSize(byteCount);
 }
 
 void copyAccessUnit(const AccessUnit& accessUnit, std::uint8_t* destination) noexcept {

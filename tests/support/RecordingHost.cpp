@@ -6,6 +6,8 @@
 #include <utility>
 
 #include "CallLog.h"
+#include "RecordingCodecConfiguration.h"
+#include "TKvSmartPtr.h"
 
 namespace {
 
@@ -53,6 +55,10 @@ HRESULT RecordingSink::enterStatus(HRESULT status) {
     m_statuses.push_back(status);
     m_changed.notify_all();
     return result;
+}
+
+std::uint32_t RecordingSink::lentCapacity(std::uint32_t asked) const {
+    return static_cast<std::uint32_t>(std::max<std::int64_t>(0, asked + script.capacityChange()));
 }
 
 void RecordingSink::keep(DeliveredUnit unit) {
@@ -127,9 +133,8 @@ HRESULT RecordingVideoSink::ProvideVideoSurface(std::uint32_t bufferSizeToAskFor
     const HRESULT result =
         enter("ProvideVideoSurface", "ProvideVideoSurface(" + std::to_string(bufferSizeToAskFor) + ")");
     if (result >= 0 && !script.lendsNothing()) {
-        const std::int64_t capacity = std::max<std::int64_t>(0, bufferSizeToAskFor + script.capacityChange());
         *surface = new Surface(*this, "surface" + std::to_string(++m_bufferNumber), bufferSizeToAskFor,
-                               static_cast<std::uint32_t>(capacity));
+                               lentCapacity(bufferSizeToAskFor));
     }
     return result;
 }
@@ -138,4 +143,115 @@ HRESULT RecordingVideoSink::DeliverVideoSurface(IKvSurface* surface) {
     const auto* filled = static_cast<Surface*>(surface);
     keep(filled->unit());
     return enter("DeliverVideoSurface", "DeliverVideoSurface(" + filled->name() + ")");
+}
+
+class RecordingAudioSink::Samples final : public TestObject<IKvAudioSamples> {
+public:
+    Samples(RecordingAudioSink& sink, std::string name, std::uint32_t size, std::uint32_t capacity)
+        : m_sink(sink), m_name(std::move(name)), m_size(size), m_bytes(capacity) {
+        ++m_sink.m_liveBuffers;
+    }
+    ~Samples() override {
+        CallLog::instance().record(m_name + " ended");
+        --m_sink.m_liveBuffers;
+    }
+
+    HRESULT AttachCustomObject(REFIID iid, IUnknown* object) override {
+        m_attached = object;
+        return m_sink.enter("AttachCustomObject",
+                            m_name + ".AttachCustomObject(" +
+                                (iid == IID_IKvAACCodecConfigDataAccess ? "IKvAACCodecConfigDataAccess"
+                                                                        : "another interface") +
+                                ", " + RecordingCodecConfiguration::nameOf(object) + ")");
+    }
+    HRESULT SetTimeStampInfo(const std::uint64_t* timeStamp) override {
+        m_timeStamp = *timeStamp;
+        return m_sink.enter("SetTimeStampInfo",
+                            m_name + ".SetTimeStampInfo(" + std::to_string(*timeStamp) + ")");
+    }
+    HRESULT SignalWriteCompletion() override {
+        return m_sink.enter("SignalWriteCompletion", m_name + ".SignalWriteCompletion()");
+    }
+    HRESULT GetBufferAndLength(std::uint8_t** buffer, std::uint32_t* length) override {
+        const bool clean = *buffer == nullptr && *length == 0;
+        const HRESULT result = m_sink.enter("GetBufferAndLength", m_name + ".GetBufferAndLength()" +
+                                                                      (clean ? "" : " with used variables"));
+        if (result >= 0) {
+            *buffer = m_sink.script.lendsNoAddress() ? nullptr : m_bytes.data();
+            *length = static_cast<std::uint32_t>(m_bytes.size());
+        }
+        return result;
+    }
+
+    [[nodiscard]] const std::string& name() const { return m_name; }
+    [[nodiscard]] DeliveredUnit unit() const {
+        return {std::vector<std::uint8_t>(m_bytes.begin(), m_bytes.begin() + m_size), m_timeStamp};
+    }
+
+private:
+    RecordingAudioSink& m_sink;
+    std::string m_name;
+    std::uint32_t m_size;
+    std::vector<std::uint8_t> m_bytes;
+    std::uint64_t m_timeStamp = 0;
+    TKvSmartPtr<IUnknown> m_attached;
+};
+
+HRESULT RecordingAudioSink::ProvideAudioSamples(std::uint32_t bufferSizeToAskFor, IKvAudioSamples** samples) {
+    const HRESULT result =
+        enter("ProvideAudioSamples", "ProvideAudioSamples(" + std::to_string(bufferSizeToAskFor) + ")");
+    if (result >= 0 && !script.lendsNothing()) {
+        *samples = new Samples(*this, "samples" + std::to_string(++m_bufferNumber), bufferSizeToAskFor,
+                               lentCapacity(bufferSizeToAskFor));
+    }
+    return result;
+}
+
+HRESULT RecordingAudioSink::DeliverAudioSamples(IKvAudioSamples* samples) {
+    const auto* filled = static_cast<Samples*>(samples);
+    keep(filled->unit());
+    return enter("DeliverAudioSamples", "DeliverAudioSamples(" + filled->name() + ")");
+}
+
+namespace {
+
+std::string describe(IKvNetworkReceiverStreamInformation* information) {
+    TKvSmartPtr<IKvNetworkReceiverH264Information> h264;
+    TKvSmartPtr<IKvNetworkReceiverAacInformation> aac;
+    const std::uint32_t type = information->GetStreamType();
+    if (type == keKvStreamTypeH264 && information->QueryInterface(IID_IKvNetworkReceiverH264Information,
+                                                                  reinterpret_cast<void**>(&h264)) >= 0) {
+        const SKvVideoFormatDescription format = h264->GetVideoFormat();
+        std::string text = "H.264";
+        for (const std::uint32_t value : {format.m_size, format.m_width, format.m_height, format.m_bitDepth,
+                                          format.m_aspectRatio, format.m_frameRate, format.m_scanMode,
+                                          h264->GetColourClass(), h264->GetProfile(), h264->GetLevel()}) {
+            text += " " + std::to_string(value);
+        }
+        return text;
+    }
+    if (type == keKvStreamTypeAac && information->QueryInterface(IID_IKvNetworkReceiverAacInformation,
+                                                                 reinterpret_cast<void**>(&aac)) >= 0) {
+        return "AAC " + std::to_string(aac->GetFirstValue()) + " " + std::to_string(aac->GetSecondValue());
+    }
+    return type == keKvStreamTypeTransportStream ? "transport stream" : "unknown";
+}
+
+} // namespace
+
+void RecordingDetector::enter(const char* call, IKvNetworkReceiverStreamInformation* information) {
+    CallLog::instance().record(std::string(call) + "(" + describe(information) + ")");
+    if (onInformation) {
+        onInformation(information);
+    }
+}
+
+IKvVideoCallback* RecordingDetector::OnVideoStreamDetected(IKvNetworkReceiverStreamInformation* information) {
+    enter("OnVideoStreamDetected", information);
+    return videoSink;
+}
+
+IKvAudioCallback* RecordingDetector::OnAudioStreamDetected(IKvNetworkReceiverStreamInformation* information) {
+    enter("OnAudioStreamDetected", information);
+    return audioSink;
 }

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "KvVideoInterfaces.h"
+#include "KvStreamInformation.h"
 #include "TestObject.h"
 
 // What a recording host does otherwise than succeed. Calls are named as in the interfaces, for example
@@ -71,6 +71,8 @@ protected:
     HRESULT enter(const std::string& call, const std::string& text);
     HRESULT enterStatus(HRESULT status);
     void keep(DeliveredUnit unit);
+    // The capacity of a buffer lent for `asked` bytes.
+    [[nodiscard]] std::uint32_t lentCapacity(std::uint32_t asked) const;
 
     std::atomic<int> m_bufferNumber{0};
     std::atomic<int> m_liveBuffers{0};
@@ -92,4 +94,35 @@ public:
 
 private:
     class Surface;
+};
+
+// An audio sink. Buffers are named samples1, samples2, ... in the order in which they were lent; each keeps a
+// reference on what was attached to it. The end of one is recorded as "samples1 ended".
+class RecordingAudioSink : public StaticTestObject<IKvAudioCallback>, public RecordingSink {
+public:
+    HRESULT ProvideAudioSamples(std::uint32_t bufferSizeToAskFor, IKvAudioSamples** samples) override;
+    HRESULT DeliverAudioSamples(IKvAudioSamples* samples) override;
+    HRESULT NotifyStatus(HRESULT status) override { return enterStatus(status); }
+
+private:
+    class Samples;
+};
+
+// The detector: records each stream as the host learns of it, for example
+// "OnAudioStreamDetected(AAC 48000 2)", and answers with its sinks.
+class RecordingDetector : public StaticTestObject<IKvNetworkStreamDetectorCallback> {
+public:
+    RecordingDetector(IKvVideoCallback* video, IKvAudioCallback* audio)
+        : videoSink(video), audioSink(audio) {}
+
+    IKvVideoCallback* OnVideoStreamDetected(IKvNetworkReceiverStreamInformation* information) override;
+    IKvAudioCallback* OnAudioStreamDetected(IKvNetworkReceiverStreamInformation* information) override;
+
+    IKvVideoCallback* videoSink;
+    IKvAudioCallback* audioSink;
+    // Runs inside each call, after it was recorded.
+    std::function<void(IKvNetworkReceiverStreamInformation*)> onInformation;
+
+private:
+    void enter(const char* call, IKvNetworkReceiverStreamInformation* information);
 };

@@ -208,4 +208,17 @@ void notify(IMediaConsumer& consumer, int type) {
     consumer.OnNotify(static_cast<_tagNetSourceNotifyType>(type), nullptr);
 }
 
+IMediaConsumer* announce(INetStreamCreator& creator, const Announcement& announcement) {
+    const auto config = std::make_unique<std::vector<std::uint8_t>>(announcement.codecConfig);
+    auto info = std::make_unique<_tagMCNetStreamMediaInfo>();
+    std::memset(info.get(), 0xEE, sizeof(*info)); // what is reserved is not 0
+    info->streamType = announcement.streamType;
+    info->mediaKind = announcement.mediaKind;
+    info->audioChannels = announcement.audioChannels;
+    info->audioSamplingRate = announcement.audioSamplingRate;
+    info->codecConfig = config->empty() ? nullptr : config->data();
+    info->codecConfigLength = static_cast<std::uint32_t>(config->size());
+    return creator.OnCreateConsumerForNetStream(info.get(), nullptr, 0xEEEEEEEE);
+}
+
 } // namespace ScriptedSdk

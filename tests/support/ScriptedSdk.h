@@ -40,4 +40,16 @@ bool play(MainConcept::NetworkStreaming::IMediaConsumer& consumer, const Sample&
 
 void notify(MainConcept::NetworkStreaming::IMediaConsumer& consumer, int type);
 
+// Announces one elementary stream as a client does and returns the creator's consumer. The record is gone
+// when the call ends, with the bytes that it points to.
+struct Announcement {
+    std::uint32_t mediaKind = MainConcept::NetworkStreaming::keMediaVideo;
+    std::uint32_t streamType = MainConcept::NetworkStreaming::keStreamTypeH264;
+    std::vector<std::uint8_t> codecConfig = {};
+    std::uint32_t audioSamplingRate = 0;
+    std::uint32_t audioChannels = 0;
+};
+MainConcept::NetworkStreaming::IMediaConsumer*
+announce(MainConcept::NetworkStreaming::INetStreamCreator& creator, const Announcement& announcement);
+
 } // namespace ScriptedSdk

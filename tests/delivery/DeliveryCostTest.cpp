@@ -1,0 +1,101 @@
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "AllocationCounter.h"
+#include "AvcStreamNotifier.h"
+#include "CallLog.h"
+#include "CopyCounter.h"
+#include "GenericAudioStreamNotifier.h"
+#include "LatmStreamNotifier.h"
+#include "LoasFrame.h"
+#include "PooledSinks.h"
+#include "RecordingCodecConfiguration.h"
+#include "RecordingLogger.h"
+#include "TestData.h"
+
+using namespace KorvelVideo::Network;
+
+namespace {
+
+constexpr int kUnits = 100;
+
+AccessUnit unitOver(std::vector<Bytes>& pieces) {
+    AccessUnit unit;
+    for (Bytes& piece : pieces) {
+        unit.emplace_back(piece.data(), static_cast<std::uint32_t>(piece.size()));
+    }
+    return unit;
+}
+
+Bytes lengthPrefixed(std::size_t payloadSize) {
+    const std::size_t full = payloadSize / 255;
+    Bytes piece(full + 1 + payloadSize, 255);
+    piece[full] = static_cast<std::uint8_t>(payloadSize % 255);
+    return piece;
+}
+
+// What the parser allocates for the frame in both of its passes.
+std::uint64_t parserAllocations(const Bytes& frame) {
+    const BitReader reader(frame.data(), static_cast<std::int32_t>(frame.size()));
+    Bytes output(frame.size());
+    const AllocationCounter counter;
+    const std::int32_t size = measureLoasFrame(reader, {});
+    static_cast<void>(parseLoasFrame(reader, output.data(), static_cast<std::uint32_t>(size), {}));
+    return counter.count();
+}
+
+// One copy of each payload byte and no allocation but the parser's own records, whatever the notifier.
+TEST(DeliveryCost, OneCopyAndNoAllocationForAnAccessUnit) {
+    const RecordingCodecConfiguration configurationClass;
+    PooledVideoSink video;
+    PooledAudioSink audio;
+    AvcStreamNotifier avc(&video);
+    GenericAudioStreamNotifier aac(&audio, nullptr, 0);
+    LatmStreamNotifier latm(&audio, nullptr, 0);
+
+    std::vector<Bytes> plain{Bytes(30'000, 1), Bytes(20'000, 2), Bytes(0), Bytes(5, 3)};
+    std::vector<Bytes> prefixed{lengthPrefixed(371), lengthPrefixed(255), lengthPrefixed(3)};
+    std::vector<Bytes> loas = splitLoasFrames(readBytes("loas/lc-48000-stereo-64k.loas"));
+    std::uint64_t loasAllocations = 0;
+    for (const Bytes& frame : loas) {
+        loasAllocations += parserAllocations(frame);
+    }
+    ASSERT_GT(loasAllocations, 0U) << "the counter counts";
+
+    struct Row {
+        const char* name;
+        IAudioVideoReceptionNotifier& notifier;
+        std::vector<Bytes>& pieces;
+        std::uint64_t copiedBytes; // with memcpy
+        std::uint64_t allocations;
+    };
+    const Row rows[] = {
+        {"H.264", avc, plain, 50'005, 0},
+        {"AAC", aac, plain, 50'005, 0},
+        {"length-prefixed AAC", latm, prefixed, 371 + 255 + 3, 0},
+        // Its payload lies across byte boundaries: shifted straight into the host's buffer, never copied.
+        {"LOAS", latm, loas, 0, loasAllocations},
+    };
+    CallLog::instance().setEnabled(false);
+    RecordingLogger::setEnabled(false);
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        const AccessUnit unit = unitOver(row.pieces);
+        const AllocationCounter allocations;
+        const CopyCounter copies;
+        for (std::uint64_t timeStamp = 0; timeStamp < kUnits; ++timeStamp) {
+            row.notifier.notifyReception(unit, timeStamp);
+        }
+        EXPECT_EQ(allocations.count(), kUnits * row.allocations);
+        EXPECT_EQ(copies.bytes(), kUnits * row.copiedBytes);
+    }
+    EXPECT_EQ(video.delivered(), kUnits);
+    EXPECT_EQ(audio.delivered(), 3 * kUnits);
+    CallLog::instance().setEnabled(true);
+    RecordingLogger::setEnabled(true);
+}
+
+} // namespace

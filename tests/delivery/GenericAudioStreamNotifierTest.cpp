@@ -1,0 +1,125 @@
+#include "GenericAudioStreamNotifier.h"
+
+#include <stdexcept>
+
+#include "AudioNotifierFixture.h"
+
+using namespace KorvelVideo::Network;
+using namespace KvTest;
+
+namespace {
+
+std::uint8_t g_bytes[371] = {1, 2, 3, 4, 5, 6, 7, 8};
+const AccessUnit kUnit{{g_bytes, 3}, {g_bytes + 3, 0}, {g_bytes + 3, 5}};
+
+const Calls kDelivery{"ProvideAudioSamples(8)",
+                      "samples1.GetBufferAndLength()",
+                      "samples1.SetTimeStampInfo(9)",
+                      "samples1.AttachCustomObject(IKvAACCodecConfigDataAccess, config1)",
+                      "samples1.SignalWriteCompletion()",
+                      "DeliverAudioSamples(samples1)",
+                      "samples1 ended"};
+
+class GenericAudioStreamNotifierTest : public AudioNotifierFixture {};
+
+TEST_F(GenericAudioStreamNotifierTest, ConstructionAndDestruction) {
+    expectConstructionAndDestruction<GenericAudioStreamNotifier>(m_sink, "GenericAudioStreamNotifier");
+}
+
+TEST_F(GenericAudioStreamNotifierTest, EveryAccessUnitCarriesTheSameConfiguration) {
+    GenericAudioStreamNotifier notifier(&m_sink, nullptr, 0);
+    forget();
+    notifier.notifyReception(kUnit, 9);
+    EXPECT_EQ(CallLog::instance().take(), kDelivery);
+    notifier.notifyReception({{g_bytes, 371}}, 1ULL << 40);
+    const Calls calls = CallLog::instance().take();
+    ASSERT_EQ(calls.size(), kDelivery.size());
+    EXPECT_EQ(calls[3], "samples2.AttachCustomObject(IKvAACCodecConfigDataAccess, config1)");
+    EXPECT_EQ(m_sink.takeDelivered(),
+              (std::vector<DeliveredUnit>{{{1, 2, 3, 4, 5, 6, 7, 8}, 9},
+                                          {{std::begin(g_bytes), std::end(g_bytes)}, 1ULL << 40}}));
+    EXPECT_EQ(RecordingLogger::takeLines(true),
+              (Lines{{3, 0, "GenericAudioStreamNotifier::notifyReception.bufferSizeToAskFor:8"},
+                     {3, 0, "GenericAudioStreamNotifier::notifyReception.bufferSizeToAskFor:371"}}));
+    EXPECT_EQ(RecordingCodecConfiguration::references(), 1) << "attached buffers gave theirs back";
+}
+
+TEST_F(GenericAudioStreamNotifierTest, AnEmptyAccessUnitMakesNoCall) {
+    GenericAudioStreamNotifier notifier(&m_sink, nullptr, 0);
+    forget();
+    notifier.notifyReception({}, 1);
+    notifier.notifyReception({{g_bytes, 0}}, 1);
+    EXPECT_EQ(CallLog::instance().take(), Calls{});
+    EXPECT_TRUE(RecordingLogger::takeLines(true).empty());
+}
+
+TEST_F(GenericAudioStreamNotifierTest, EachFailureLosesOnlyItsOwnAccessUnit) {
+    const Calls refused{"ProvideAudioSamples(8)", "samples1.GetBufferAndLength()",
+                        "samples1.SignalWriteCompletion()", "samples1 ended"};
+    Calls completedTwice = kDelivery;
+    completedTwice[5] = "samples1.SignalWriteCompletion()";
+    expectFailuresToLoseOneAccessUnit<GenericAudioStreamNotifier>(
+        {
+            {"no buffer provided",
+             [](HostScript& s) { s.fail("ProvideAudioSamples", kvResult(0x80004005)); },
+             {"ProvideAudioSamples(8)"},
+             0x80004005,
+             "m_audioReceiver->ProvideAudioSamples(bufferSizeToAskFor, &audioSamples)"},
+            {"success without a buffer",
+             [](HostScript& s) { s.setLendNothing(true); },
+             {"ProvideAudioSamples(8)"},
+             0x89998045,
+             "KV_E_INVALID_POINTER"},
+            {"buffer not accessible", [](HostScript& s) { s.fail("GetBufferAndLength", E_FAIL); }, refused,
+             0x80004005, "audioSamples->GetBufferAndLength(&audioSamplesBuffer, &audioSamplesBufferSize)"},
+            {"one byte short", [](HostScript& s) { s.setCapacityChange(-1); }, refused, 0x89998307,
+             "KV_E_BUFFER_SIZE_TOO_SMALL"},
+            {"no address", [](HostScript& s) { s.setLendNoAddress(true); }, refused, 0x89998045,
+             "KV_E_INVALID_POINTER"},
+            {"time stamp refused",
+             [](HostScript& s) { s.fail("SetTimeStampInfo", kvResult(0x80070005)); },
+             {"ProvideAudioSamples(8)", "samples1.GetBufferAndLength()", "samples1.SetTimeStampInfo(9)",
+              "samples1.SignalWriteCompletion()", "samples1 ended"},
+             0x80070005,
+             "audioSamples->SetTimeStampInfo(&timeStamp)"},
+            {"completion refused, twice", [](HostScript& s) { s.fail("SignalWriteCompletion", E_FAIL, 2); },
+             completedTwice, 0x80004005, "audioSamples->SignalWriteCompletion()"},
+            {"attaching refused", [](HostScript& s) { s.fail("AttachCustomObject", E_FAIL); }, kDelivery, 0,
+             ""},
+            {"delivery refused", [](HostScript& s) { s.fail("DeliverAudioSamples", E_FAIL); }, kDelivery, 0,
+             ""},
+            {"more room than asked for", [](HostScript& s) { s.setCapacityChange(100); }, kDelivery, 0, ""},
+        },
+        kUnit, "src/GenericAudioStreamNotifier");
+}
+
+TEST_F(GenericAudioStreamNotifierTest, ASumBeyond32BitsIsRefusedBeforeTheHostIsAsked) {
+    GenericAudioStreamNotifier notifier(&m_sink, nullptr, 0);
+    forget();
+    notifier.notifyReception({{g_bytes, 0xFFFFFFFF}, {g_bytes, 9}}, 1);
+    EXPECT_EQ(CallLog::instance().take(), Calls{});
+    const auto exceptions = RecordingLogger::takeExceptions();
+    ASSERT_EQ(exceptions.size(), 1U);
+    EXPECT_EQ(exceptions[0].m_result, KV_E_BUFFER_SIZE_TOO_SMALL);
+}
+
+TEST_F(GenericAudioStreamNotifierTest, OtherExceptionsOfTheHostPassAndLoseNoBuffer) {
+    GenericAudioStreamNotifier notifier(&m_sink, nullptr, 0);
+    m_sink.onCall = [](const std::string& call) {
+        if (call == "AttachCustomObject") {
+            throw std::runtime_error("host");
+        }
+    };
+    EXPECT_THROW(notifier.notifyReception(kUnit, 1), std::runtime_error);
+    EXPECT_EQ(m_sink.liveBuffers(), 0);
+}
+
+TEST_F(GenericAudioStreamNotifierTest, StatusAndItsAnswerPassThrough) {
+    GenericAudioStreamNotifier notifier(&m_sink, nullptr, 0);
+    forget();
+    m_sink.script.fail("NotifyStatus", kvResult(0x80001234));
+    EXPECT_EQ(notifier.notifyStatus(KV_E_DISCONNECTED), kvResult(0x80001234));
+    EXPECT_EQ(CallLog::instance().take(), Calls{"NotifyStatus(0x89998302)"});
+}
+
+} // namespace

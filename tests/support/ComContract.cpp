@@ -1,0 +1,153 @@
+#include "ComContract.h"
+
+#include <thread>
+#include <utility>
+
+#include "TKvSmartPtr.h"
+#include "TestObject.h"
+
+namespace {
+
+using Pointer = TKvSmartPtr<IUnknown>;
+
+const IID kNoInterface{0xA11A11AA, 0x0BAD, 0x0BAD, {9, 9, 9, 9, 9, 9, 9, 9}};
+
+HRESULT query(IUnknown* from, REFIID iid, Pointer& to) {
+    return from->QueryInterface(iid, reinterpret_cast<void**>(&to));
+}
+
+// An object of which another one is a part.
+class Whole final : public TestObject<IUnknown> {
+public:
+    explicit Whole(const std::function<CKvUnknown*(IUnknown*)>& create) : m_part(create(this)) {
+        m_part->NonDelegatingAddRef();
+    }
+    ~Whole() override { m_part->NonDelegatingRelease(); }
+
+    HRESULT QueryInterface(REFIID iid, void** object) override {
+        if (object == nullptr) {
+            return E_POINTER;
+        }
+        return iid == IID_IUnknown ? TestObject::QueryInterface(iid, object)
+                                   : m_part->NonDelegatingQueryInterface(iid, object);
+    }
+
+private:
+    CKvUnknown* m_part;
+};
+
+std::vector<IID> allAnswered(const ComSubject& subject) {
+    std::vector<IID> identifiers = subject.answered;
+    identifiers.insert(identifiers.begin(), IID_IUnknown);
+    return identifiers;
+}
+
+// A new object whose creation reference is the only one.
+Pointer createSubject(const ComSubject& subject) {
+    Pointer object(subject.create());
+    object->Release();
+    return object;
+}
+
+} // namespace
+
+std::string nameOfSubject(const testing::TestParamInfo<ComSubject>& info) { return info.param.name; }
+
+ComSubject aggregated(std::string name, std::function<CKvUnknown*(IUnknown*)> create,
+                      std::vector<IID> answered, std::vector<IID> refused) {
+    return {std::move(name), [create = std::move(create)]() -> IUnknown* { return new Whole(create); },
+            std::move(answered), std::move(refused)};
+}
+
+// From every interface every other one is reached, itself included, and always the same.
+TEST_P(ComContract, QueriesAreReflexiveSymmetricAndTransitive) {
+    const Pointer object = createSubject(GetParam());
+    for (const IID& first : allAnswered(GetParam())) {
+        Pointer from;
+        ASSERT_EQ(query(object, first, from), S_OK);
+        for (const IID& second : allAnswered(GetParam())) {
+            Pointer to;
+            Pointer direct;
+            Pointer back;
+            ASSERT_EQ(query(from, second, to), S_OK);
+            ASSERT_EQ(query(object, second, direct), S_OK);
+            EXPECT_EQ(static_cast<IUnknown*>(to), static_cast<IUnknown*>(direct));
+            ASSERT_EQ(query(to, first, back), S_OK);
+            EXPECT_EQ(static_cast<IUnknown*>(back), static_cast<IUnknown*>(from));
+        }
+    }
+}
+
+TEST_P(ComContract, RefusedIdentifiersNullTheOutPointer) {
+    const Pointer object = createSubject(GetParam());
+    std::vector<IID> refused = GetParam().refused;
+    refused.push_back(kNoInterface);
+    for (const IID& first : allAnswered(GetParam())) {
+        Pointer from;
+        ASSERT_EQ(query(object, first, from), S_OK);
+        for (const IID& iid : refused) {
+            void* out = &refused;
+            EXPECT_EQ(from->QueryInterface(iid, &out), E_NOINTERFACE);
+            EXPECT_EQ(out, nullptr);
+        }
+        EXPECT_EQ(from->AddRef(), 3U) << "a refusal takes no reference";
+        from->Release();
+    }
+}
+
+TEST_P(ComContract, ANullOutPointerIsRefused) {
+    const Pointer object = createSubject(GetParam());
+    std::vector<IID> identifiers = allAnswered(GetParam());
+    identifiers.push_back(kNoInterface);
+    for (const IID& iid : identifiers) {
+        EXPECT_EQ(object->QueryInterface(iid, nullptr), E_POINTER);
+    }
+    EXPECT_EQ(object->AddRef(), 2U);
+    object->Release();
+}
+
+TEST_P(ComContract, CountsBalanceAndTheLastReleaseEndsIt) {
+    const std::int32_t liveBefore = getLiveObjectCount();
+    IUnknown* const object = GetParam().create();
+    EXPECT_GT(getLiveObjectCount(), liveBefore);
+    ULONG count = 1;
+    std::vector<IUnknown*> held;
+    for (const IID& iid : allAnswered(GetParam())) {
+        void* out = nullptr;
+        ASSERT_EQ(object->QueryInterface(iid, &out), S_OK);
+        held.push_back(static_cast<IUnknown*>(out));
+        ++count;
+        EXPECT_EQ(held.back()->AddRef(), count + 1) << "one count for all interfaces";
+        EXPECT_EQ(held.back()->Release(), count);
+    }
+    EXPECT_EQ(object->Release(), --count) << "the interfaces keep the object";
+    EXPECT_GT(getLiveObjectCount(), liveBefore);
+    for (IUnknown* const pointer : held) {
+        EXPECT_EQ(pointer->Release(), --count);
+    }
+    EXPECT_EQ(getLiveObjectCount(), liveBefore);
+}
+
+TEST_P(ComContract, ReferencesBalanceAcrossThreads) {
+    const std::int32_t liveBefore = getLiveObjectCount();
+    {
+        const Pointer object = createSubject(GetParam());
+        std::vector<std::thread> threads;
+        for (int thread = 0; thread < 4; ++thread) {
+            threads.emplace_back([&] {
+                for (int round = 0; round < 200; ++round) {
+                    for (const IID& iid : allAnswered(GetParam())) {
+                        Pointer held;
+                        EXPECT_EQ(query(object, iid, held), S_OK);
+                    }
+                }
+            });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        EXPECT_EQ(object->AddRef(), 2U);
+        object->Release();
+    }
+    EXPECT_EQ(getLiveObjectCount(), liveBefore);
+}
