@@ -117,6 +117,8 @@ public:
     virtual void interrupt() noexcept = 0;
 
     [[nodiscard]] const SourceCounters& counters() const noexcept { return m_counters; }
+    // The local port of a source that has one; 0 else, and before `open`. Any thread.
+    [[nodiscard]] virtual std::uint16_t localPort() const noexcept { return 0; }
 
 protected:
     SourceCounters m_counters;
