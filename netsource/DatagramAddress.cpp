@@ -46,7 +46,7 @@ std::string parsePort(std::string_view text, std::uint16_t& port) {
     text.remove_prefix(1);
     const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), port);
     if (failure != std::errc{} || end != text.data() + text.size()) {
-        return "\"" + std::string(text) + "\" is not a port between 0 and 65535";
+        return std::string("\"").append(text).append("\" is not a port between 0 and 65535");
     }
     return "";
 }
@@ -86,7 +86,7 @@ std::string parseDatagramAddress(std::string_view url, DatagramAddress& address)
     const std::string problem = !isDatagramUrl(url) ? "the URL must begin with udp:// or rtp://"
                                 : !printable        ? "the URL holds a space or another character it may not"
                                              : parseAfterScheme(url.substr(kUdpScheme.size()), address);
-    return problem.empty() ? "" : std::string(url.substr(0, 200)) + ": " + problem + ".";
+    return problem.empty() ? "" : std::string(url.substr(0, 200)).append(": ").append(problem).append(".");
 }
 
 } // namespace KorvelVideo::NetworkSource

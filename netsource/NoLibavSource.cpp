@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "LibavSource.h"
 #include "NetworkLog.h"
 
@@ -5,11 +7,10 @@ namespace KorvelVideo::NetworkSource {
 
 // This build has no libavformat.
 std::shared_ptr<Source> makeLibavSource(const std::string& url) {
-    const std::string scheme = url.substr(0, url.substr(0, 16).find(':'));
-    KV_NET_LOG(error,
-               "\"" + scheme.substr(0, 16) +
-                   "\" is not supported: this build receives udp:// and rtp:// only, because it was made "
-                   "without libavformat.");
+    const std::string scheme = url.substr(0, std::min<std::size_t>(url.find(':'), 16));
+    KV_NET_LOG(error, std::string("This build has no libavformat and receives udp:// and rtp:// only, not \"")
+                          .append(scheme)
+                          .append("\"."));
     return nullptr;
 }
 
