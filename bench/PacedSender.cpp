@@ -35,6 +35,7 @@ constexpr std::size_t kRtpHeaderSize = 12;
 constexpr std::size_t kBatch = 64;
 // A shorter sleep than this is not worth its wake-up.
 constexpr std::chrono::microseconds kShortestTick{100};
+constexpr std::chrono::milliseconds kLongestCatchUp{1};
 
 class Stream {
 public:
@@ -126,13 +127,17 @@ int main(int argc, char** argv) {
         std::max<Clock::duration>(std::chrono::duration_cast<Clock::duration>(
                                       std::chrono::duration<double>(1 / perSecond / streamCount)),
                                   kShortestTick);
-    const Clock::time_point begin = Clock::now();
+    Clock::time_point begin = Clock::now();
     Clock::time_point next = begin;
     Clock::duration latest{};
     while (next - begin < length) {
         std::this_thread::sleep_until(next);
         const Clock::time_point now = Clock::now();
-        latest = std::max(latest, now - next);
+        const Clock::duration late = now - next;
+        latest = std::max(latest, late);
+        if (late > kLongestCatchUp) { // a sender that was held up goes on at its pace, it does not make up
+            begin += late - kLongestCatchUp;
+        }
         const double seconds =
             std::chrono::duration<double>(
                 std::min<Clock::duration>(now - begin, std::chrono::duration_cast<Clock::duration>(length)))

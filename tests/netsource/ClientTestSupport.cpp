@@ -5,6 +5,7 @@
 #include <thread>
 
 #include <arpa/inet.h>
+#include <net/if.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -183,9 +184,17 @@ Sender::Sender(const std::string& address, std::uint16_t port) : m_port(port), m
     sockaddr_storage storage;
     makeAddress(address, port, storage);
     m_socket = socket(storage.ss_family, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    in_addr loopback{};
-    loopback.s_addr = htonl(INADDR_LOOPBACK);
-    setsockopt(m_socket, IPPROTO_IP, IP_MULTICAST_IF, &loopback, sizeof(loopback));
+    // Multicast stays on the loopback interface.
+    const unsigned loopback = if_nametoindex("lo");
+    ip_mreqn request{};
+    request.imr_ifindex = static_cast<int>(loopback);
+    const int result =
+        storage.ss_family == AF_INET6
+            ? setsockopt(m_socket, IPPROTO_IPV6, IPV6_MULTICAST_IF, &loopback, sizeof(loopback))
+            : setsockopt(m_socket, IPPROTO_IP, IP_MULTICAST_IF, &request, sizeof(request));
+    if (result != 0) {
+        throw std::runtime_error("the loopback interface cannot be chosen");
+    }
 }
 
 Sender::~Sender() { ::close(m_socket); }
