@@ -36,7 +36,7 @@ ConsumerSink::ConsumerSink(std::shared_ptr<ConsumerTable> consumers, Clock clock
     : m_consumers(std::move(consumers)), m_clock(clock), m_rules(m_consumers->size()) {}
 
 void ConsumerSink::close() noexcept {
-    m_gate.close([] { KV_NET_LOG(error, "Stop waits for the host to return from a callback."); });
+    m_gate.close([] { KV_NET_LOG(error, kHostIsBusy); });
 }
 
 ConsumerEntry* ConsumerSink::takerOf(std::size_t stream) noexcept {

@@ -18,7 +18,8 @@ class DatagramReceiver;
 // `open` checks the address and binds the socket, so that a wrong address or a taken port is told at once.
 // `start` joins the multicast group: before, nothing is asked of the network. What a unicast sender sent in
 // between is delivered, as long as the socket buffer held all of it; once it overflowed, delivery begins with
-// what arrives after `start`, so that the gap does not lie inside the stream.
+// what arrives after `start`, so that the gap does not lie inside the stream. Of the parameters only the
+// network interface has an effect: the URL names the port.
 class DatagramSource final : public Source, public std::enable_shared_from_this<DatagramSource> {
 public:
     explicit DatagramSource(std::string url);

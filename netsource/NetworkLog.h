@@ -14,6 +14,9 @@ inline constexpr std::uint32_t kLogModuleId = 8;
 
 enum class LogLevel : std::uint32_t { life = 0, event = 1, notice = 2, questionable = 3, error = 4 };
 
+// Written once a second while Stop waits.
+inline constexpr const char* kHostIsBusy = "Stop waits for the host to return from a callback.";
+
 // `file` is "netsource/<File>" and `function` the signature of the caller; KV_NET_LOG gives both.
 void writeLog(LogLevel level, const char* file, const char* function, std::uint32_t line,
               const std::string& text) noexcept;

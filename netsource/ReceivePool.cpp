@@ -1,6 +1,7 @@
 #include "ReceivePool.h"
 
 #include <algorithm>
+#include <exception>
 #include <system_error>
 #include <utility>
 
@@ -55,8 +56,9 @@ struct ReceivePool::State {
 
     SocketWaiter waiter;
     std::mutex mutex;
-    std::condition_variable left;   // a receiver was left
-    std::condition_variable wanted; // another thread may be of use
+    std::condition_variable left;    // a receiver was left
+    std::condition_variable wanted;  // another thread may be of use
+    std::condition_variable flowing; // data flows again
     std::vector<EntryPointer> entries;
     std::vector<std::uint64_t> ready; // of the sleeping thread
     std::uint64_t nextToken = 0;
@@ -103,6 +105,7 @@ ReceivePool::~ReceivePool() {
         const std::lock_guard lock(m_state->mutex);
         m_state->ending = true;
         m_state->wanted.notify_all();
+        m_state->flowing.notify_all();
     }
     m_state->waiter.wake();
     for (std::thread& thread : m_threads) {
@@ -147,8 +150,12 @@ void ReceivePool::remove(const Receiver& receiver) {
     }
     entry->removed = true;
     m_state->waiter.remove(entry->receiver->socket());
-    m_state->left.wait(lock,
-                       [&entry] { return !entry->busy || entry->servedBy == std::this_thread::get_id(); });
+    const auto isLeft = [&entry] { return !entry->busy || entry->servedBy == std::this_thread::get_id(); };
+    while (!m_state->left.wait_for(lock, std::chrono::seconds(1), isLeft)) {
+        lock.unlock();
+        KV_NET_LOG(error, kHostIsBusy);
+        lock.lock();
+    }
 }
 
 microseconds ReceivePool::intervalFor(std::size_t bytes, microseconds elapsed,
@@ -197,7 +204,12 @@ void ReceivePool::State::serve(const EntryPointer& entry, DatagramBatch& batch,
     lock.unlock();
 
     const Clock::time_point now = Clock::now();
-    const std::size_t bytes = entry->receiver->receive(batch);
+    std::size_t bytes = 0;
+    try {
+        bytes = entry->receiver->receive(batch);
+    } catch (const std::exception& failure) { // no memory
+        KV_NET_LOG(error, std::string("Data was lost: ") + failure.what());
+    }
 
     lock.lock();
     entry->busy = false;
@@ -237,32 +249,28 @@ void ReceivePool::State::schedule(Entry& entry, Clock::time_point now, std::size
 // Sleeps for one interval when data flows, else until data comes or the quiet ones are due.
 void ReceivePool::State::sleepAndBeginRound(std::unique_lock<std::mutex>& lock) {
     bool anyQuiet = false;
-    bool flowing = false;
+    idle = true;
     interval = kLongestInterval;
     for (const EntryPointer& entry : entries) {
         anyQuiet = anyQuiet || entry->quiet;
         if (!entry->quiet && !entry->busy) {
-            flowing = true;
+            idle = false;
             interval = std::min(interval, entry->interval);
         }
     }
-    const bool wasIdle = idle;
-    idle = !flowing;
     sleeping = true;
-    if (wasIdle && flowing && entries.size() > 1) {
-        wanted.notify_all();
-    }
+    const bool inRounds = !idle;
     lock.unlock();
 
     ready.clear();
-    if (flowing) {
+    if (inRounds) {
         std::this_thread::sleep_until(roundBegin + interval);
     }
-    if (!flowing || anyQuiet) {
+    if (!inRounds || anyQuiet) {
         const auto patience =
             std::clamp(duration_cast<milliseconds>(nextFullRound - Clock::now()) + milliseconds(1),
                        milliseconds(1), kIdleInterval);
-        waiter.wait(flowing ? milliseconds(0) : patience, ready);
+        waiter.wait(inRounds ? milliseconds(0) : patience, ready);
     }
 
     lock.lock();
@@ -275,6 +283,10 @@ void ReceivePool::State::sleepAndBeginRound(std::unique_lock<std::mutex>& lock) 
         nextFullRound = roundBegin + kIdleInterval;
     }
     activateReady(ready);
+    if (idle && !ready.empty()) {
+        idle = false;
+        flowing.notify_one();
+    }
 }
 
 void ReceivePool::State::activateReady(const std::vector<std::uint64_t>& tokens) {
@@ -292,8 +304,8 @@ bool ReceivePool::State::isLate() const noexcept {
     return !sleeping && Clock::now() - roundBegin > kLateIntervals * interval;
 }
 
-// Stands by until the calling thread is of use. While data of more than one receiver flows, one of the
-// threads that stand by looks in from time to time.
+// Stands by until the calling thread is of use. While there is more than one receiver and data flows, one of
+// the threads that stand by looks in from time to time.
 void ReceivePool::State::watch(std::unique_lock<std::mutex>& lock) {
     if (watching || entries.size() < 2) {
         wanted.wait(lock);
@@ -301,7 +313,8 @@ void ReceivePool::State::watch(std::unique_lock<std::mutex>& lock) {
     }
     watching = true;
     while (!ending && !isLate() && entries.size() > 1) {
-        wanted.wait_for(lock, idle ? duration_cast<microseconds>(kIdleInterval) : kWatchIntervals * interval);
+        flowing.wait_for(lock,
+                         idle ? duration_cast<microseconds>(kIdleInterval) : kWatchIntervals * interval);
     }
     watching = false;
     wanted.notify_one();

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <optional>
+#include <system_error>
 #include <utility>
 
 #include <arpa/inet.h>
@@ -68,6 +69,8 @@ Address makeAddress(const sockaddr* address, socklen_t size) noexcept {
     return result;
 }
 
+std::string describeError(int error) { return std::system_category().message(error); }
+
 SocketOutcome fail(ClientStatus status, std::string problem) { return {status, std::move(problem)}; }
 
 // Turns the failure of a system call into an outcome; `what` begins the text.
@@ -96,7 +99,7 @@ SocketOutcome failWithError(int error, const std::string& what) {
     default:
         break;
     }
-    return fail(status, what + ": " + std::strerror(error));
+    return fail(status, what + ": " + describeError(error));
 }
 
 SocketOutcome resolveHost(const std::string& host, int family, Address& address) {
@@ -106,7 +109,7 @@ SocketOutcome resolveHost(const std::string& host, int family, Address& address)
     addrinfo* found = nullptr;
     const int result = getaddrinfo(host.c_str(), nullptr, &hints, &found);
     if (result != 0) {
-        const std::string reason = result == EAI_SYSTEM ? std::strerror(errno) : gai_strerror(result);
+        const std::string reason = result == EAI_SYSTEM ? describeError(errno) : gai_strerror(result);
         return fail(result == EAI_MEMORY ? keClientOutOfMemory : keClientUnknownHost,
                     "the address \"" + host + "\" is unknown: " + reason);
     }

@@ -64,7 +64,7 @@ public:
     SourceParameters openParameters;
     SourceParameters startParameters;
     std::shared_ptr<SourceSink> sink;
-    int stops = 0;
+    std::atomic<int> stops{0};
 
 private:
     std::vector<ElementaryStream> m_streams;
