@@ -2,8 +2,9 @@
 
 #include <cstdint>
 
-// Counts the heap allocations that the calling thread makes while the object lives. A program that uses it
-// links AllocationCounter.cpp, which replaces operator new.
+// A program that uses these links AllocationCounter.cpp, which replaces operator new.
+
+// Counts the heap allocations that the calling thread makes while the object lives.
 class AllocationCounter {
 public:
     AllocationCounter() noexcept;
@@ -15,4 +16,13 @@ public:
 
 private:
     std::uint64_t m_start;
+};
+
+// While it lives, heap allocations of the calling thread fail.
+class AllocationFailure {
+public:
+    AllocationFailure() noexcept;
+    AllocationFailure(const AllocationFailure&) = delete;
+    AllocationFailure& operator=(const AllocationFailure&) = delete;
+    ~AllocationFailure();
 };
