@@ -43,7 +43,7 @@ public:
             description->m_buffer = m_bytes.data();
             return S_OK;
         }
-        std::vector<std::uint8_t> m_bytes = std::vector<std::uint8_t>(kPiece * kPieces);
+        std::vector<std::uint8_t> m_bytes = std::vector<std::uint8_t>(std::size_t{kPiece} * kPieces);
     } m_surface;
     int m_delivered = 0;
 };

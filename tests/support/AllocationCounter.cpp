@@ -15,8 +15,6 @@ void* allocate(std::size_t size) noexcept {
 
 AllocationCounter::AllocationCounter() noexcept : m_start(t_allocations) {}
 
-AllocationCounter::~AllocationCounter() = default;
-
 std::uint64_t AllocationCounter::count() const noexcept { return t_allocations - m_start; }
 
 AllocationFailure::AllocationFailure() noexcept { t_failing = true; }

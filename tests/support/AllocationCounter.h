@@ -10,7 +10,7 @@ public:
     AllocationCounter() noexcept;
     AllocationCounter(const AllocationCounter&) = delete;
     AllocationCounter& operator=(const AllocationCounter&) = delete;
-    ~AllocationCounter();
+    ~AllocationCounter() = default;
 
     [[nodiscard]] std::uint64_t count() const noexcept;
 
