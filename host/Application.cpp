@@ -207,8 +207,11 @@ void Application::tick() {
     refreshLoss();
     std::vector<std::string> lines;
     for (const Entry& entry : m_entries) {
+        if (entry.isOver || entry.reception->isBusy() || !m_receivingSince) {
+            continue;
+        }
         for (const ReceivedStream* stream : entry.reception->streams()) {
-            if (entry.isOver || stream->isRetired()) {
+            if (stream->isRetired()) {
                 continue;
             }
             StreamReport current = report(entry, *stream);

@@ -6,7 +6,7 @@ namespace KorvelVideo::Host {
 
 enum ExitCode : int {
     exitReceived = 0,
-    exitOutputFailed = 1, // received, but a file is missing or not whole
+    exitOutputFailed = 1, // a file is missing or not whole
     exitUsage = 2,
     exitOpenFailed = 3,
     exitNothingCame = 4,
