@@ -4,12 +4,21 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <initializer_list>
 
 namespace KorvelVideo::Host {
 
 namespace {
 
 using Problem = std::optional<std::string>;
+
+std::string joined(std::initializer_list<std::string_view> parts) {
+    std::string text;
+    for (const std::string_view part : parts) {
+        text += part;
+    }
+    return text;
+}
 
 template <class Number>
 std::optional<Number> parseNumber(std::string_view text) {
@@ -25,7 +34,7 @@ Problem setSeconds(std::string_view name, std::string_view value, Seconds& secon
     constexpr double longest = 1e9;
     const std::optional<double> number = parseNumber<double>(value);
     if (!number || !std::isfinite(*number) || *number < 0 || *number > longest) {
-        return std::string(name) + " needs a number of seconds, not \"" + std::string(value) + "\"";
+        return joined({name, " needs a number of seconds, not \"", value, "\""});
     }
     seconds = Seconds(*number);
     return std::nullopt;
@@ -47,7 +56,7 @@ Problem setInterface(Options& options, std::string_view value) {
 Problem setPort(Options& options, std::string_view value) {
     const std::optional<std::uint16_t> port = parseNumber<std::uint16_t>(value);
     if (!port || *port == 0) {
-        return "--port needs a number from 1 to 65535, not \"" + std::string(value) + "\"";
+        return joined({"--port needs a number from 1 to 65535, not \"", value, "\""});
     }
     options.port = *port;
     return std::nullopt;
@@ -56,7 +65,7 @@ Problem setPort(Options& options, std::string_view value) {
 Problem setClientOption(Options& options, std::string_view value) {
     const std::optional<std::uint32_t> option = parseNumber<std::uint32_t>(value);
     if (!option) {
-        return "--client-option needs a number from 0 to 4294967295, not \"" + std::string(value) + "\"";
+        return joined({"--client-option needs a number from 0 to 4294967295, not \"", value, "\""});
     }
     options.clientOption = *option;
     return std::nullopt;
@@ -69,7 +78,7 @@ Problem setDuration(Options& options, std::string_view value) {
 Problem setRedirect(Options& options, std::string_view value) {
     std::variant<Source, UsageError> source = parseSource(value);
     if (const auto* error = std::get_if<UsageError>(&source)) {
-        return "--redirect: " + error->message;
+        return joined({"--redirect: ", error->message});
     }
     options.redirect = std::get<Source>(std::move(source));
     return std::nullopt;
@@ -83,7 +92,7 @@ Problem setLogLevel(Options& options, std::string_view value) {
     constexpr std::array<std::string_view, 5> names{"trace", "info", "notice", "warning", "error"};
     const auto found = std::find(names.begin(), names.end(), value);
     if (found == names.end()) {
-        return "--log needs trace, info, notice, warning or error, not \"" + std::string(value) + "\"";
+        return joined({"--log needs trace, info, notice, warning or error, not \"", value, "\""});
     }
     options.logLevel = static_cast<std::uint32_t>(found - names.begin());
     return std::nullopt;
@@ -183,13 +192,13 @@ private:
         const auto* found = std::find_if(std::begin(valueOptions), std::end(valueOptions),
                                          [name](const ValueOption& option) { return option.name == name; });
         if (found == std::end(valueOptions)) {
-            return "unknown option \"" + std::string(name) + "\"";
+            return joined({"unknown option \"", name, "\""});
         }
         if (equals != std::string_view::npos) {
             return found->set(m_options, argument.substr(equals + 1));
         }
         if (m_next == m_arguments.size()) {
-            return std::string(name) + " needs a value";
+            return joined({name, " needs a value"});
         }
         return found->set(m_options, m_arguments[m_next++]);
     }
@@ -227,17 +236,17 @@ std::variant<Source, UsageError> parseSource(std::string_view text) {
         if (text.find(".sdp") != std::string_view::npos) {
             return Source{ReceiverKind::rtp, std::string(text)};
         }
-        return UsageError{"\"" + std::string(text) +
-                          "\" is neither an address (rtsp://, rtmp://, rtp://, udp://) nor a description "
-                          "file (its name must contain .sdp)"};
+        return UsageError{joined({"\"", text,
+                                  "\" is neither an address (rtsp://, rtmp://, rtp://, udp://) nor a "
+                                  "description file (its name must contain .sdp)"})};
     }
     const std::string name = lowerCase(text.substr(0, end));
     for (const Scheme& scheme : schemes) {
         if (scheme.name == name) {
-            return Source{scheme.kind, name + std::string(text.substr(end))};
+            return Source{scheme.kind, joined({name, text.substr(end)})};
         }
     }
-    return UsageError{"\"" + name + "://\" is not supported; use rtsp://, rtmp://, rtp:// or udp://"};
+    return UsageError{joined({"\"", name, "://\" is not supported; use rtsp://, rtmp://, rtp:// or udp://"})};
 }
 
 std::string withoutPassword(std::string_view url) {
@@ -252,7 +261,7 @@ std::string withoutPassword(std::string_view url) {
     if (at == std::string_view::npos || colon == std::string_view::npos || colon > at) {
         return std::string(url);
     }
-    return std::string(url.substr(0, begin + colon + 1)) + "***" + std::string(url.substr(begin + at));
+    return joined({url.substr(0, begin + colon + 1), "***", url.substr(begin + at)});
 }
 
 const char* helpText() noexcept {
