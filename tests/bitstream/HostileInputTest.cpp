@@ -149,7 +149,7 @@ constexpr std::size_t c_layerRecords = 16 * (sizeof(LatmProgram) + 8 * sizeof(La
 class HostileInput : public testing::TestWithParam<HostileCase> {};
 
 // The bytes that the action takes from the heap, freed or not.
-std::size_t heapBytes(const std::function<void()>& action) {
+std::uint64_t heapBytes(const std::function<void()>& action) {
     const AllocationCounter allocations;
     action();
     return allocations.bytes();
@@ -162,7 +162,7 @@ TEST_P(HostileInput, MemoryIsInProportion) {
     Bytes output(bytes.size() + 8191);
     std::int32_t measured = 0;
     std::uint32_t extracted = 0;
-    const std::size_t worst = std::max(
+    const std::uint64_t worst = std::max(
         {heapBytes([&] { static_cast<void>(describeAvcConfiguration(bytes.data(), size)); }),
          heapBytes([&] { measured = measureLoasFrame(reader, {}); }), heapBytes([&] {
              extracted =

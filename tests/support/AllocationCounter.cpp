@@ -5,17 +5,21 @@
 
 namespace {
 thread_local std::uint64_t t_allocations = 0;
+thread_local std::uint64_t t_bytes = 0;
 thread_local bool t_failing = false;
 
 void* allocate(std::size_t size) noexcept {
     ++t_allocations;
+    t_bytes += size;
     return t_failing ? nullptr : std::malloc(size == 0 ? 1 : size);
 }
 } // namespace
 
-AllocationCounter::AllocationCounter() noexcept : m_start(t_allocations) {}
+AllocationCounter::AllocationCounter() noexcept : m_startCount(t_allocations), m_startBytes(t_bytes) {}
 
-std::uint64_t AllocationCounter::count() const noexcept { return t_allocations - m_start; }
+std::uint64_t AllocationCounter::count() const noexcept { return t_allocations - m_startCount; }
+
+std::uint64_t AllocationCounter::bytes() const noexcept { return t_bytes - m_startBytes; }
 
 AllocationFailure::AllocationFailure() noexcept { t_failing = true; }
 

@@ -13,9 +13,11 @@ public:
     ~AllocationCounter() = default;
 
     [[nodiscard]] std::uint64_t count() const noexcept;
+    [[nodiscard]] std::uint64_t bytes() const noexcept; // of all allocations, freed or not
 
 private:
-    std::uint64_t m_start;
+    std::uint64_t m_startCount;
+    std::uint64_t m_startBytes;
 };
 
 // While it lives, heap allocations of the calling thread fail.
