@@ -46,20 +46,21 @@ public:
     }
 
     // The reference is added before the old one is released, so assigning the held pointer is safe.
-    virtual T* operator=(T* pointer) {
+    virtual T* operator=(T* pointer) { // NOLINT(misc-unconventional-assign-operator): its contract
         addReference(pointer);
         T* const old = m_pointer;
         m_pointer = pointer;
         if (old != nullptr) {
             old->Release();
         }
-        return m_pointer;
+        return pointer;
     }
 
     virtual bool operator!() const noexcept { return m_pointer == nullptr; }
 
     virtual bool operator==(T* pointer) const noexcept { return m_pointer == pointer; }
 
+    // NOLINTNEXTLINE(bugprone-unhandled-self-assignment): the assignment above handles it
     TKvSmartPtr& operator=(const TKvSmartPtr& other) {
         *this = other.m_pointer;
         return *this;

@@ -32,7 +32,9 @@ protected:
 };
 
 // The host's sink of one AAC stream. The module takes no reference on it: it must outlive the receiver.
-// Called on threads of the network client and on the module's worker, one access unit at a time.
+// Called on threads of the network client and on the module's worker, one access unit at a time and statuses
+// at any time; only data that comes after its stream's end was announced may be delivered while the worker
+// still delivers what came before.
 struct IKvAudioCallback : IUnknown {
     // Lends a buffer with room for `bufferSizeToAskFor` bytes (0 is possible for framed AAC). *samples
     // carries one reference for the caller. A negative result, or none, drops this access unit only.

@@ -3,9 +3,12 @@
 // The component as a host sees it: four factories, the settings that each reads, and the receiver that it
 // makes.
 //
-//     CoCreateInstance(CLSID_RtspReceiverFactory, nullptr, CLSCTX_INPROC_SERVER, IID_IKvRtspReceiverFactory,
-//     &factory); factory->CreateReceiver(settings, callback, &receiver);   // opens the source, announces its
-//     streams receiver->Start();                                        // data flows into the sinks
+//     CoCreateInstance(CLSID_RtspReceiverFactory, nullptr, CLSCTX_INPROC_SERVER,
+//                      IID_IKvRtspReceiverFactory, reinterpret_cast<void**>(&factory));
+//     // Opens the source and announces its streams.
+//     factory->CreateReceiver(settings, callback, &receiver);
+//     // Data flows into the sinks.
+//     receiver->Start();
 //     receiver->Stop();
 //     receiver->Release();
 

@@ -47,7 +47,9 @@ protected:
 };
 
 // The host's sink of one video or transport stream. The module takes no reference on it: it must outlive the
-// receiver. Called on threads of the network client and on the module's worker, one access unit at a time.
+// receiver. Called on threads of the network client and on the module's worker, one access unit at a time and
+// statuses at any time; only data that comes after its stream's end was announced may be delivered while the
+// worker still delivers what came before.
 struct IKvVideoCallback : IUnknown {
     // Lends a surface with room for `bufferSizeToAskFor` bytes, the exact size of the access unit. *surface
     // carries one reference for the caller. A negative result, or none, drops this access unit only.

@@ -29,7 +29,7 @@ void parseSpecificConfig(BitReader& reader, AudioSpecificConfig& config) {
     case 21:
     case 22:
     case 23:
-        config.gaConfig = parseGASpecificConfig(reader, config.audioObjectType, config.channelConfiguration);
+        parseGASpecificConfig(reader, config.audioObjectType, config.channelConfiguration, config.gaConfig);
         break;
     case 8:
         config.celpConfig = parseCelpSpecificConfig(reader);

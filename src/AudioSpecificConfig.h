@@ -27,17 +27,17 @@ struct AudioSpecificConfig {
     std::uint32_t extensionAudioObjectType = 0;
     std::uint32_t extensionSamplingFrequencyIndex = 0;
     std::uint32_t extensionSamplingFrequency = 0;
-    GASpecificConfig gaConfig{};
-    CelpSpecificConfig celpConfig{};
-    HvxcSpecificConfig hvxcConfig{};
-    TTSSpecificConfig ttsConfig{};
-    StructuredAudioSpecificConfig structuredAudioConfig{};
-    ErrorResilientCelpSpecificConfig erCelpConfig{};
-    ErrorResilientHvxcSpecificConfig erHvxcConfig{};
-    ParametricSpecificConfig parametricConfig{};
-    SSCSpecificConfig sscConfig{};
+    GASpecificConfig gaConfig;
+    CelpSpecificConfig celpConfig;
+    HvxcSpecificConfig hvxcConfig;
+    TTSSpecificConfig ttsConfig;
+    StructuredAudioSpecificConfig structuredAudioConfig;
+    ErrorResilientCelpSpecificConfig erCelpConfig;
+    ErrorResilientHvxcSpecificConfig erHvxcConfig;
+    ParametricSpecificConfig parametricConfig;
+    SSCSpecificConfig sscConfig;
     std::uint32_t mpeg12Extension = 0; // MPEG_1_2_SpecificConfig
-    ErrorProtectionSpecificConfig errorProtectionConfig{};
+    ErrorProtectionSpecificConfig errorProtectionConfig;
     std::uint32_t epConfig = 0;
     std::uint32_t directMapping = 0;
 

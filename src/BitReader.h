@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 
 namespace KorvelVideo::Network {
 
@@ -23,21 +22,16 @@ public:
 
     // The next n bits, right-aligned. The reader does not move.
     [[nodiscard]] std::uint64_t peekBits(std::int32_t n) const noexcept {
-        if (n > c_widestPeek) {
-            BitReader rest = *this;
-            rest.skipBits(c_widestPeek);
-            const auto low =
-                static_cast<std::int32_t>(std::min<std::int64_t>(n - c_widestPeek, rest.bitsLeft()));
-            return peekBits(c_widestPeek) << low | rest.peekBits(low);
+        if (end - position >= 8 && n <= c_widestPeek) [[likely]] {
+            return loadWord(position) << bitOffset >> 1 >> (63 - n);
         }
-        const auto taken = std::min<std::int64_t>(n, bitsLeft());
-        return taken == 0 ? 0 : peekWord() >> (64 - taken);
+        return peekBitsSlowly(n);
     }
 
     void skipBits(std::int32_t n) noexcept {
         const std::int64_t total = std::int64_t{bitOffset} + n;
         bitOffset = static_cast<std::int32_t>(total & 7);
-        advance(static_cast<std::uint32_t>(total >> 3));
+        advance(total >> 3);
     }
 
     // A peek and a skip, the value cut to 32 bits.
@@ -71,53 +65,10 @@ public:
     void skipBytes(std::uint32_t count) noexcept { advance(count); }
 
     // Copies count bytes of 8 bits each, at any bit offset; a byte behind the end is 0.
-    void readBytes(std::uint8_t* destination, std::uint32_t count) noexcept {
-        const auto whole = std::min(count, static_cast<std::uint32_t>(bitsLeft() / 8));
-        if (whole > 0) {
-            copyWholeBytes(destination, whole);
-        }
-        if (whole < count) {
-            destination[whole] = static_cast<std::uint8_t>(readUnsigned(8));
-            std::fill(destination + whole + 1, destination + count, std::uint8_t{0});
-            advance(count - whole - 1);
-        }
-    }
+    void readBytes(std::uint8_t* destination, std::uint32_t count) noexcept;
 
-    [[nodiscard]] std::uint64_t peekRbspBits(std::int32_t n) const noexcept {
-        if (position == end) {
-            return 0;
-        }
-        const std::int32_t available = 8 - bitOffset;
-        const std::uint8_t* next = position;
-        if (n <= available) {
-            next += isEmulationPrevention(next) ? 1 : 0;
-            return next == end ? 0 : unconsumedBits(*next) >> (available - n);
-        }
-        std::uint64_t value = unconsumedBits(*next++);
-        for (std::int32_t remaining = n - available; remaining > 0 && next != end; ++next) {
-            next += isEmulationPrevention(next) ? 1 : 0;
-            if (next == end) {
-                break;
-            }
-            const std::int32_t taken = std::min(remaining, 8);
-            value = value << taken | static_cast<std::uint64_t>(*next >> (8 - taken));
-            remaining -= taken;
-        }
-        return value;
-    }
-
-    void skipRbspBits(std::int32_t n) noexcept {
-        const std::int64_t total = std::int64_t{bitOffset} + n;
-        bitOffset = static_cast<std::int32_t>(total & 7);
-        for (std::int64_t bytes = total >> 3; bytes > 0; --bytes) {
-            advance(1);
-            if (position == end) {
-                advance(static_cast<std::uint32_t>(bytes - 1));
-                break;
-            }
-            advance(isEmulationPrevention(position) ? 1 : 0);
-        }
-    }
+    [[nodiscard]] std::uint64_t peekRbspBits(std::int32_t n) const noexcept;
+    void skipRbspBits(std::int32_t n) noexcept;
 
 private:
     static constexpr std::int32_t c_widestPeek = 57; // of one 64-bit word at any bit offset
@@ -129,14 +80,10 @@ private:
     // A pointer must not leave its buffer, so what was skipped behind the end is counted apart.
     std::uint32_t bytesBeyondEnd = 0;
 
-    void advance(std::uint32_t bytes) noexcept {
-        const auto inside = static_cast<std::uint32_t>(std::min<std::int64_t>(bytes, end - position));
+    void advance(std::int64_t bytes) noexcept {
+        const std::int64_t inside = std::min<std::int64_t>(bytes, end - position);
         position += inside;
-        bytesBeyondEnd += bytes - inside;
-    }
-
-    [[nodiscard]] std::uint64_t unconsumedBits(std::uint8_t byte) const noexcept {
-        return byte & (0xFFU >> bitOffset);
+        bytesBeyondEnd += static_cast<std::uint32_t>(bytes - inside);
     }
 
     static std::uint64_t loadWord(const std::uint8_t* p) noexcept {
@@ -145,63 +92,11 @@ private:
                std::uint64_t{p[6]} << 8 | std::uint64_t{p[7]};
     }
 
-    static void storeWord(std::uint8_t* p, std::uint64_t word) noexcept {
-        p[0] = static_cast<std::uint8_t>(word >> 56);
-        p[1] = static_cast<std::uint8_t>(word >> 48);
-        p[2] = static_cast<std::uint8_t>(word >> 40);
-        p[3] = static_cast<std::uint8_t>(word >> 32);
-        p[4] = static_cast<std::uint8_t>(word >> 24);
-        p[5] = static_cast<std::uint8_t>(word >> 16);
-        p[6] = static_cast<std::uint8_t>(word >> 8);
-        p[7] = static_cast<std::uint8_t>(word);
-    }
-
-    // The next 57 bits or more, left-aligned, zeros behind the end.
-    [[nodiscard]] std::uint64_t peekWord() const noexcept {
-        const auto left = end - position;
-        if (left >= 8) {
-            return loadWord(position) << bitOffset;
-        }
-        if (end - start >= 8) {
-            return left == 0 ? 0 : loadWord(end - 8) << (64 - 8 * left) << bitOffset;
-        }
-        std::uint64_t word = 0;
-        for (std::int64_t i = 0; i < left; ++i) {
-            word |= std::uint64_t{position[i]} << (56 - 8 * i);
-        }
-        return word << bitOffset;
-    }
-
-    // All count bytes lie before the end.
-    void copyWholeBytes(std::uint8_t* destination, std::uint32_t count) noexcept {
-        if (bitOffset == 0) {
-            std::memcpy(destination, position, count);
-        } else {
-            copyShifted(destination, count);
-        }
-        advance(count);
-    }
-
-    // Byte i of the copy straddles bytes i and i + 1; eight at a time while a ninth can be read.
-    void copyShifted(std::uint8_t* destination, std::uint32_t count) const noexcept {
-        const std::uint8_t* source = position;
-        const std::int32_t fromNext = 8 - bitOffset;
-        std::uint32_t i = 0;
-        for (; count - i >= 8; i += 8) {
-            storeWord(destination + i,
-                      loadWord(source + i) << bitOffset | std::uint64_t{source[i + 8]} >> fromNext);
-        }
-        for (; i < count; ++i) {
-            destination[i] = static_cast<std::uint8_t>(source[i] << bitOffset | source[i + 1] >> fromNext);
-        }
-    }
-
-    // 00 00 03 before 00, 01, 02 or 03. A final 00 00 03 is one as well: a NAL unit never ends in 00, so this
-    // 03 can only have been put behind zeros (ISO/IEC 14496-10, 7.4.1).
-    [[nodiscard]] bool isEmulationPrevention(const std::uint8_t* p) const noexcept {
-        return p - start >= 2 && p != end && p[-2] == 0 && p[-1] == 0 && p[0] == 3 &&
-               (p + 1 == end || p[1] <= 3);
-    }
+    [[nodiscard]] std::uint64_t peekBitsSlowly(std::int32_t n) const noexcept;
+    [[nodiscard]] std::uint64_t lastWord() const noexcept;
+    [[nodiscard]] std::uint64_t unconsumedBits(std::uint8_t byte) const noexcept;
+    [[nodiscard]] bool isEmulationPrevention(const std::uint8_t* p) const noexcept;
+    void copyShifted(std::uint8_t* destination, std::uint32_t count) const noexcept;
 };
 
 } // namespace KorvelVideo::Network

@@ -141,9 +141,8 @@ ProgramConfigElement parseProgramConfigElement(BitReader& reader) {
 //   if (audioObjectType == 6 || audioObjectType == 20)
 //     layerNr                                                  3
 //   if (extensionFlag) the extension
-GASpecificConfig parseGASpecificConfig(BitReader& reader, std::uint32_t audioObjectType,
-                                       std::uint32_t channelConfiguration) {
-    GASpecificConfig config;
+void parseGASpecificConfig(BitReader& reader, std::uint32_t audioObjectType,
+                           std::uint32_t channelConfiguration, GASpecificConfig& config) {
     config.frameLengthFlag = reader.readUnsigned(1);
     config.dependsOnCoreCoder = reader.readUnsigned(1);
     if (config.dependsOnCoreCoder == 1) {
@@ -159,6 +158,12 @@ GASpecificConfig parseGASpecificConfig(BitReader& reader, std::uint32_t audioObj
     if (config.extensionFlag == 1) {
         parseExtension(reader, audioObjectType, config);
     }
+}
+
+GASpecificConfig parseGASpecificConfig(BitReader& reader, std::uint32_t audioObjectType,
+                                       std::uint32_t channelConfiguration) {
+    GASpecificConfig config;
+    parseGASpecificConfig(reader, audioObjectType, channelConfiguration, config);
     return config;
 }
 

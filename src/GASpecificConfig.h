@@ -52,7 +52,7 @@ struct GASpecificConfig {
     std::uint32_t dependsOnCoreCoder = 0;
     std::uint32_t coreCoderDelay = 0;
     std::uint32_t extensionFlag = 0;
-    ProgramConfigElement programConfig{}; // when the channel configuration is 0
+    ProgramConfigElement programConfig; // when the channel configuration is 0
     std::uint32_t layerNr = 0;
     std::uint32_t numOfSubFrame = 0;
     std::uint32_t layer_length = 0;
@@ -66,6 +66,9 @@ struct GASpecificConfig {
 
 [[nodiscard]] GASpecificConfig parseGASpecificConfig(BitReader& reader, std::uint32_t audioObjectType,
                                                      std::uint32_t channelConfiguration);
+// The same into a default record, where it stays: the record is large.
+void parseGASpecificConfig(BitReader& reader, std::uint32_t audioObjectType,
+                           std::uint32_t channelConfiguration, GASpecificConfig& config);
 
 // The comment field is aligned to the reader's own byte boundaries.
 [[nodiscard]] ProgramConfigElement parseProgramConfigElement(BitReader& reader);

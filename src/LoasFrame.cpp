@@ -135,7 +135,10 @@ std::uint32_t readEscapedLength(BitReader& reader) noexcept {
 
 StreamMuxConfig selectStreamMuxConfig(BitReader& reader, std::uint32_t useSameStreamMux,
                                       const LatmConfigState& state) {
-    return useSameStreamMux == 1 ? state.muxConfig : parseStreamMuxConfig(reader, state);
+    if (useSameStreamMux == 1) {
+        return state.muxConfig;
+    }
+    return parseStreamMuxConfig(reader, state);
 }
 
 AudioMuxElement measureAudioMuxElement(BitReader& reader, const LatmConfigState& state) {
@@ -191,11 +194,11 @@ std::int32_t measureLoasFrame(BitReader reader, const LatmConfigState& state) {
 
 LoasFrame parseLoasFrame(BitReader reader, std::uint8_t* output, std::uint32_t capacity,
                          const LatmConfigState& state) {
-    LoasFrame frame;
-    frame.syncWord = reader.readUnsigned(c_syncWordBits);
-    frame.frameByteLength = reader.readUnsigned(c_muxLengthBits) + c_headerBytes;
-    frame.audioMuxElement = parseAudioMuxElement(reader, output, capacity, state);
-    return frame;
+    const std::uint32_t syncWord = reader.readUnsigned(c_syncWordBits);
+    const std::uint32_t audioMuxLengthBytes = reader.readUnsigned(c_muxLengthBits);
+    return {.syncWord = syncWord,
+            .frameByteLength = audioMuxLengthBytes + c_headerBytes,
+            .audioMuxElement = parseAudioMuxElement(reader, output, capacity, state)};
 }
 
 } // namespace KorvelVideo::Network

@@ -22,7 +22,7 @@ namespace KorvelVideo::Network {
 
 struct AudioMuxElement {
     std::uint32_t useSameStreamMux = 0;
-    StreamMuxConfig muxConfig{};                // that this element was parsed with
+    StreamMuxConfig muxConfig;                  // that this element was parsed with
     std::vector<std::uint32_t> otherDataBits{}; // one element a bit; empty when measured
     std::uint32_t payloadByteCount = 0;         // of all sub-frames: written, or counted when measured
     std::uint8_t* payload = nullptr;            // where it was written; null when measured, or none was read
@@ -33,7 +33,7 @@ struct AudioMuxElement {
 struct LoasFrame {
     std::uint32_t syncWord = 0;        // 11 bits, not checked
     std::uint32_t frameByteLength = 0; // of the whole frame as announced, its 3-byte header included
-    AudioMuxElement audioMuxElement{};
+    AudioMuxElement audioMuxElement;
 
     bool operator==(const LoasFrame&) const = default;
 };

@@ -12,15 +12,8 @@ using MainConcept::NetworkStreaming::_tagConsumerInfo;
 using MainConcept::NetworkStreaming::_tagNetSourceNotifyType;
 using MainConcept::NetworkStreaming::SdkBufferAllocator;
 
-namespace {
-
-constexpr std::uint32_t kNoLimit = 0xFFFFFFFF;
-constexpr std::uint32_t kEndOfStreamQuietMilliseconds = 500;
-constexpr std::uint32_t kEndOfStreamStackSize = 0x80000;
-constexpr std::int64_t kSilenceNanoseconds = 3'000'000'000;
-
 // One buffer on its way from the client: given back unless it is kept.
-class IncomingBuffer {
+class NetworkStreamReceiver::IncomingBuffer {
 public:
     IncomingBuffer(SdkBufferAllocator& allocator, std::uint8_t* buffer) noexcept
         : m_allocator(allocator), m_buffer(buffer) {}
@@ -37,6 +30,13 @@ private:
     SdkBufferAllocator& m_allocator;
     std::uint8_t* m_buffer;
 };
+
+namespace {
+
+constexpr std::uint32_t kNoLimit = 0xFFFFFFFF;
+constexpr std::uint32_t kEndOfStreamQuietMilliseconds = 500;
+constexpr std::uint32_t kEndOfStreamStackSize = 0x80000;
+constexpr std::int64_t kSilenceNanoseconds = 3'000'000'000;
 
 // Runs one step of the worker. An exception has nowhere to go on that thread and must not end the process: it
 // is logged and costs its step only, so that the end of the stream is still reported.
@@ -129,27 +129,31 @@ void NetworkStreamReceiver::OnData(_tagConsumerInfo* info) {
     if (info->discard != 0) {
         return;
     }
-    // The new buffer is stored before the completed access unit is delivered, so that no failure of the host
-    // can lose it.
-    TakenSamples completed(*this);
-    bool isComplete = false;
-    {
-        const std::lock_guard lock(m_samplesLock);
-        isComplete = info->timeStamp != m_lastTimeStamp ||
-                     info->streamType == MainConcept::NetworkStreaming::keStreamTypeTransportStream;
-        if (isComplete) {
-            completed.takeLocked();
-            m_lastTimeStamp = info->timeStamp;
-        }
-        m_samples.emplace_back(info->buffer, info->dataLength);
-        incoming.keep();
-    }
-    if (isComplete) {
-        completed.deliver();
-    }
+    gather(*info, incoming);
     if (m_endOfStreamReceived) {
         m_dataArrivedEvent.Set();
     }
+}
+
+// Adds the buffer to the pending access unit, or delivers that one and begins the next with it. The buffer is
+// stored before the delivery, so that no failure of the host can lose it, and storing it is the first step,
+// so that a lack of memory loses nothing else.
+void NetworkStreamReceiver::gather(const _tagConsumerInfo& info, IncomingBuffer& incoming) {
+    TakenSamples completed(*this);
+    {
+        const std::lock_guard lock(m_samplesLock);
+        const bool isComplete = info.timeStamp != m_lastTimeStamp ||
+                                info.streamType == MainConcept::NetworkStreaming::keStreamTypeTransportStream;
+        AccessUnit& accessUnit = isComplete ? m_spareSamples : m_samples;
+        accessUnit.emplace_back(info.buffer, info.dataLength);
+        incoming.keep();
+        if (!isComplete) {
+            return;
+        }
+        completed.takeLocked();
+        m_lastTimeStamp = info.timeStamp;
+    }
+    completed.deliver();
 }
 
 void NetworkStreamReceiver::OnNotify(_tagNetSourceNotifyType type, void* /*data*/) {
@@ -202,10 +206,13 @@ void NetworkStreamReceiver::releasePendingSamples() {
     std::shared_ptr<CKvThread> thread;
     {
         const std::lock_guard lock(m_threadLock);
-        thread = m_endOfStreamThread;
+        // A host may stop from inside a callback that the worker made. The worker can neither wait for itself
+        // nor hold its own thread object, whose end waits for it too.
+        if (m_endOfStreamThread != nullptr && m_endOfStreamThread->getThreadId() != GetCurrentThreadId()) {
+            thread = m_endOfStreamThread;
+        }
     }
-    // A host may stop from inside a callback that the worker made; the worker cannot wait for itself.
-    if (thread != nullptr && thread->getThreadId() != GetCurrentThreadId()) {
+    if (thread != nullptr) {
         static_cast<void>(thread->Wait(kNoLimit));
     }
     clearSamples();
@@ -244,18 +251,20 @@ void NetworkStreamReceiver::notifyEndOfStream() {
     }
     logText(kCategoryStream, kLevelEvent, KV_SITE,
             ("Received first end of stream for " + streamIdentifier()).c_str());
-    std::shared_ptr<CKvThread> earlier;
-    {
-        const std::lock_guard lock(m_threadLock);
-        earlier.swap(m_endOfStreamThread);
-    }
-    earlier.reset(); // waits for its routine to end
-    const std::lock_guard lock(m_threadLock);
-    if (m_endOfStreamThread != nullptr) {
-        return; // forced in the meantime
-    }
     try {
-        startEndOfStreamThread();
+        std::shared_ptr<CKvThread> earlier;
+        {
+            const std::lock_guard lock(m_threadLock);
+            earlier.swap(m_endOfStreamThread);
+        }
+        // Waited for and not just let go: a stop that waits for it holds the object too.
+        if (earlier != nullptr) {
+            static_cast<void>(earlier->Wait(kNoLimit));
+        }
+        const std::lock_guard lock(m_threadLock);
+        if (m_endOfStreamThread == nullptr) { // else forced in the meantime
+            startEndOfStreamThread();
+        }
     } catch (...) {
         m_endOfStreamReceived = false; // a later notification may try again
         throw;

@@ -84,6 +84,9 @@ protected:
     void notifyFirstActivity();
 
 private:
+    class IncomingBuffer;
+
+    void gather(const MainConcept::NetworkStreaming::_tagConsumerInfo& info, IncomingBuffer& incoming);
     void notifySilence(std::int64_t now);
     void notifyEndOfStream();
     void startEndOfStreamThread();
@@ -106,7 +109,7 @@ protected:
 
 private:
     AccessUnit m_spareSamples; // empty; keeps the room of an access unit delivered before
-    BriefLock m_samplesLock; // guards m_samples, m_spareSamples and m_lastTimeStamp
+    BriefLock m_samplesLock;   // guards m_samples, m_spareSamples and m_lastTimeStamp
     std::mutex m_threadLock;   // guards m_endOfStreamThread
 };
 

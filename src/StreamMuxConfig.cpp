@@ -9,7 +9,6 @@ struct LayerContext {
     const StreamMuxConfig& muxConfig;
     const AudioSpecificConfig& previousConfig;
     std::uint32_t programIndex;
-    std::uint32_t layerIndex;
 };
 
 // LatmGetValue( )
@@ -97,8 +96,7 @@ void parseFrameLength(BitReader& reader, const LayerContext& context, LatmLayer&
 //   if (!useSameConfig) the AudioSpecificConfig
 //   the frame length
 void parseLayer(BitReader& reader, const LayerContext& context, LatmLayer& layer) {
-    layer.layerIndex = context.layerIndex;
-    if (context.programIndex != 0 || context.layerIndex != 0) {
+    if (context.programIndex != 0 || layer.layerIndex != 0) {
         layer.useSameConfig = reader.readUnsigned(1);
     }
     if (layer.useSameConfig == 1) {
@@ -118,8 +116,8 @@ void parseProgram(BitReader& reader, const StreamMuxConfig& muxConfig,
     program.layers.reserve(numLayer + 1); // so that the layer before stays where it is
     for (std::uint32_t lay = 0; lay <= numLayer; ++lay) {
         const AudioSpecificConfig& previous = lay == 0 ? currentConfig : program.layers.back().config;
-        const LayerContext context{muxConfig, previous, program.programIndex, lay};
-        parseLayer(reader, context, program.layers.emplace_back());
+        const LayerContext context{muxConfig, previous, program.programIndex};
+        parseLayer(reader, context, program.layers.emplace_back(lay));
     }
 }
 
@@ -155,14 +153,13 @@ std::uint32_t latmGetValue(BitReader& reader) noexcept {
 }
 
 LatmLayer parseLatmLayer(BitReader& reader, const LatmConfigState& state) {
-    LatmLayer layer;
-    parseLayer(reader, {state.muxConfig, state.currentConfig, state.programIndex, state.layerIndex}, layer);
+    LatmLayer layer(state.layerIndex);
+    parseLayer(reader, {state.muxConfig, state.currentConfig, state.programIndex}, layer);
     return layer;
 }
 
 LatmProgram parseLatmProgram(BitReader& reader, const LatmConfigState& state) {
-    LatmProgram program;
-    program.programIndex = state.programIndex;
+    LatmProgram program(state.programIndex);
     parseProgram(reader, state.muxConfig, state.currentConfig, program);
     return program;
 }
@@ -202,9 +199,7 @@ StreamMuxConfig parseStreamMuxConfig(BitReader& reader, const LatmConfigState& s
     config.numProgram = static_cast<std::int32_t>(numProgram);
     config.programs.reserve(numProgram + 1);
     for (std::uint32_t prog = 0; prog <= numProgram; ++prog) {
-        LatmProgram& program = config.programs.emplace_back();
-        program.programIndex = prog;
-        parseProgram(reader, config, state.currentConfig, program);
+        parseProgram(reader, config, state.currentConfig, config.programs.emplace_back(prog));
     }
     config.otherDataPresent = reader.readUnsigned(1);
     if (config.otherDataPresent == 1) {

@@ -12,15 +12,18 @@ namespace KorvelVideo::Network {
 // standard's names; what is not read is 0 or empty. Nothing is validated: reserved values are stored as read,
 // missing bits read as 0.
 //
-// Bounds: at most 16 programs of 8 layers, so at most 128 layer records (about 130 kB) beyond what their
-// AudioSpecificConfigs hold; useSameConfig copies a configuration at most 7 times. Time and memory are
-// otherwise in proportion to the bits read. Records are built in their place, and copied only for
-// useSameConfig.
+// Bounds: at most 16 programs of 8 layers, so 128 layer records (about 140 kB) however few bytes there are.
+// What their configurations hold is at most 352 bytes of memory for each byte read: 128 while a configuration
+// grows and 32 for each of the seven copies that useSameConfig can make of it. Time is in proportion to both.
+// Records are built in their place, and copied only for useSameConfig.
 
 struct LatmLayer {
+    LatmLayer() = default;
+    explicit LatmLayer(std::uint32_t index) : layerIndex(index) {}
+
     std::uint32_t layerIndex = 0; // within its program
     std::uint32_t useSameConfig = 0;
-    AudioSpecificConfig config{};
+    AudioSpecificConfig config;
     std::uint32_t ascBytesForValue = 0;
     std::uint32_t ascLen = 0; // in bits
     std::uint32_t frameLengthType = 0;
@@ -32,6 +35,9 @@ struct LatmLayer {
 };
 
 struct LatmProgram {
+    LatmProgram() = default;
+    explicit LatmProgram(std::uint32_t index) : programIndex(index) {}
+
     std::uint32_t programIndex = 0;
     std::int32_t numLayer = 0; // minus 1
     std::vector<LatmLayer> layers{};
@@ -59,10 +65,10 @@ struct StreamMuxConfig {
 
 // What a frame is parsed against; a default one knows no stream. Never changed by the parsers.
 struct LatmConfigState {
-    StreamMuxConfig muxConfig{};         // in force, and used by frames that set useSameStreamMux
-    AudioSpecificConfig currentConfig{}; // of the layer before the one that is parsed
-    std::uint32_t programIndex = 0;      // of the program that is parsed
-    std::uint32_t layerIndex = 0;        // of the layer that is parsed, within its program
+    StreamMuxConfig muxConfig;         // in force, and used by frames that set useSameStreamMux
+    AudioSpecificConfig currentConfig; // of the layer before the one that is parsed
+    std::uint32_t programIndex = 0;    // of the program that is parsed
+    std::uint32_t layerIndex = 0;      // of the layer that is parsed, within its program
 
     bool operator==(const LatmConfigState&) const = default;
 };

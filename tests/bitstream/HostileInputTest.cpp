@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <string>
 
@@ -138,31 +139,37 @@ Bytes structuredAudio() {
 struct HostileCase {
     const char* name;
     Bytes bytes;
-    std::size_t factor; // bytes from the heap for each byte received, growth and both passes included
+    std::size_t
+        factor; // bytes from the heap in one pass for each byte received, the growth of sequences included
 };
 
-// The layers' own records and the sequences of an empty program config element.
-constexpr std::size_t c_layerRecords = 2 * 16 * 8 * (sizeof(LatmLayer) + 8);
+// What 128 layers take, however little was received for them.
+constexpr std::size_t c_layerRecords = 16 * (sizeof(LatmProgram) + 8 * sizeof(LatmLayer));
 
 class HostileInput : public testing::TestWithParam<HostileCase> {};
 
+// The bytes that the action takes from the heap, freed or not.
+std::size_t heapBytes(const std::function<void()>& action) {
+    const AllocationCounter allocations;
+    action();
+    return allocations.bytes();
+}
+
 TEST_P(HostileInput, MemoryIsInProportion) {
     const Bytes& bytes = GetParam().bytes;
-    const BitReader reader(bytes.data(), static_cast<std::int32_t>(bytes.size()));
+    const auto size = static_cast<std::uint32_t>(bytes.size());
+    const BitReader reader(bytes.data(), static_cast<std::int32_t>(size));
     Bytes output(bytes.size() + 8191);
-    const LatmConfigState state;
     std::int32_t measured = 0;
     std::uint32_t extracted = 0;
-    AllocationCounter allocations;
-    {
-        static_cast<void>(describeAvcConfiguration(bytes.data(), static_cast<std::uint32_t>(bytes.size())));
-        measured = measureLoasFrame(reader, state);
-        extracted = parseLoasFrame(reader, output.data(), static_cast<std::uint32_t>(output.size()), state)
-                        .audioMuxElement.payloadByteCount;
-    }
-    const std::size_t taken = allocations.bytes();
-    RecordProperty("BytesPerByte", static_cast<int>(taken / bytes.size()));
-    EXPECT_LE(taken, GetParam().factor * bytes.size() + c_layerRecords);
+    const std::size_t worst = std::max(
+        {heapBytes([&] { static_cast<void>(describeAvcConfiguration(bytes.data(), size)); }),
+         heapBytes([&] { measured = measureLoasFrame(reader, {}); }), heapBytes([&] {
+             extracted =
+                 parseLoasFrame(reader, output.data(), size + 8191, {}).audioMuxElement.payloadByteCount;
+         })});
+    EXPECT_LE(worst, GetParam().factor * bytes.size() + c_layerRecords);
+    RecordProperty("HeapBytesPerByte", static_cast<int>(worst / bytes.size()));
     EXPECT_LE(static_cast<std::size_t>(measured), bytes.size() + 8191);
     EXPECT_EQ(static_cast<std::uint32_t>(measured), extracted);
 }
@@ -170,17 +177,17 @@ TEST_P(HostileInput, MemoryIsInProportion) {
 INSTANTIATE_TEST_SUITE_P(
     WorstCases, HostileInput,
     testing::Values(HostileCase{"OffsetsForRefFrames", offsetsForRefFrames(), 128},
-                    HostileCase{"FullProgramConfigElements", everyLayerWithAProgramConfigElement(true), 32},
+                    HostileCase{"FullProgramConfigElements", everyLayerWithAProgramConfigElement(true), 8},
                     HostileCase{"EmptyProgramConfigElements", everyLayerWithAProgramConfigElement(false), 0},
-                    HostileCase{"CopiedErrorProtections", copiedErrorProtections(255), 1000},
-                    HostileCase{"CopiedSmallErrorProtections", copiedErrorProtections(2), 1000},
-                    HostileCase{"SmallestLayers", smallestLayers(), 500},
-                    HostileCase{"OtherData", otherDataOfOneBitEach(), 64},
+                    HostileCase{"CopiedErrorProtections", copiedErrorProtections(255), 352},
+                    HostileCase{"CopiedSmallErrorProtections", copiedErrorProtections(2), 352},
+                    HostileCase{"SmallestLayers", smallestLayers(), 352},
+                    HostileCase{"OtherData", otherDataOfOneBitEach(), 32},
                     HostileCase{"LengthsOf255", lengthsOf255(5000), 0},
                     HostileCase{"ShortLengthsOf255", lengthsOf255(40), 0},
                     HostileCase{"StructuredAudio", structuredAudio(), 0},
                     HostileCase{"Ones", Bytes(8194, 0xFF), 0}, HostileCase{"Zeros", Bytes(8194, 0), 0},
-                    HostileCase{"Emulation", Bytes(8194, 3), 0}),
+                    HostileCase{"Threes", Bytes(8194, 3), 0}),
     nameOfRow);
 
 // A length that no element can hold and that did not arrive is cut; one of the two is not enough.
@@ -205,7 +212,7 @@ TEST(Allocations, OfAPlainFrame) {
     Bytes output(frame.size());
     AllocationCounter allocations;
     const std::int32_t measured = measureLoasFrame(reader, {});
-    EXPECT_EQ(allocations.count(), 2U);
+    EXPECT_EQ(allocations.count(), 2U); // the programs and the layers
     const LoasFrame parsed = parseLoasFrame(reader, output.data(), static_cast<std::uint32_t>(measured), {});
     EXPECT_EQ(allocations.count(), 4U);
     EXPECT_EQ(parsed.audioMuxElement.payloadByteCount, static_cast<std::uint32_t>(measured));

@@ -2,7 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <numeric>
+#include <algorithm>
+#include <cstring>
 
 #include "BitWriter.h"
 #include "ErrorProtectionSpecificConfig.h"

@@ -31,16 +31,42 @@ StreamMuxConfig parse(const std::string& digits, const LatmConfigState& state = 
     return config;
 }
 
+// What a row says of a layer; the rest is 0.
+struct Layer {
+    std::uint32_t useSameConfig = 0;
+    AudioSpecificConfig config = {};
+    std::uint32_t ascBytesForValue = 0;
+    std::uint32_t ascLen = 0;
+    std::uint32_t frameLengthType = 0;
+    std::uint32_t latmBufferFullness = 0;
+    std::uint32_t coreFrameOffset = 0;
+    std::uint32_t frameLength = 0;
+
+    [[nodiscard]] LatmLayer at(std::uint32_t index) const {
+        LatmLayer layer(index);
+        layer.useSameConfig = useSameConfig;
+        layer.config = config;
+        layer.ascBytesForValue = ascBytesForValue;
+        layer.ascLen = ascLen;
+        layer.frameLengthType = frameLengthType;
+        layer.latmBufferFullness = latmBufferFullness;
+        layer.coreFrameOffset = coreFrameOffset;
+        layer.frameLength = frameLength;
+        return layer;
+    }
+};
+
 // A configuration of programs with these layers.
-StreamMuxConfig withPrograms(std::vector<std::vector<LatmLayer>> programs) {
+StreamMuxConfig withPrograms(const std::vector<std::vector<Layer>>& programs) {
     StreamMuxConfig config;
     config.allStreamsSameTimeFraming = 1;
     config.numProgram = static_cast<std::int32_t>(programs.size()) - 1;
-    for (std::uint32_t prog = 0; prog < programs.size(); ++prog) {
-        config.programs.push_back(
-            {prog, static_cast<std::int32_t>(programs[prog].size()) - 1, std::move(programs[prog])});
-        for (std::uint32_t lay = 0; lay < config.programs.back().layers.size(); ++lay) {
-            config.programs.back().layers[lay].layerIndex = lay;
+    for (const std::vector<Layer>& layers : programs) {
+        LatmProgram& program =
+            config.programs.emplace_back(static_cast<std::uint32_t>(config.programs.size()));
+        program.numLayer = static_cast<std::int32_t>(layers.size()) - 1;
+        for (const Layer& layer : layers) {
+            program.layers.push_back(layer.at(static_cast<std::uint32_t>(program.layers.size())));
         }
     }
     return config;
@@ -161,10 +187,8 @@ TEST(StreamMuxConfig, ProgramAndLayerAlone) {
     state.layerIndex = 1;
     const Bytes bytes = BitWriter("0 " + c_scalable + "000 00000111 000101").data();
     BitReader reader(bytes.data(), static_cast<std::int32_t>(bytes.size()));
-    EXPECT_EQ(parseLatmLayer(reader, state), (LatmLayer{.layerIndex = 1,
-                                                        .config = parseAlone(c_scalable),
-                                                        .latmBufferFullness = 7,
-                                                        .coreFrameOffset = 5}));
+    EXPECT_EQ(parseLatmLayer(reader, state),
+              (Layer{.config = parseAlone(c_scalable), .latmBufferFullness = 7, .coreFrameOffset = 5}.at(1)));
     const Bytes program = BitWriter("000 1 010").data();
     reader = BitReader(program.data(), static_cast<std::int32_t>(program.size()));
     const LatmProgram parsed = parseLatmProgram(reader, state);

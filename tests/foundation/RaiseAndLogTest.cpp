@@ -1,11 +1,16 @@
 #include <string>
+#include <thread>
 
 #include <gtest/gtest.h>
 
 #include "Logging.h"
+#include "PlatformFaults.h"
 #include "Raise.h"
 #include "RecordingLogger.h"
 #include "StatusTables.h"
+
+using KvTest::PlatformCall;
+using KvTest::PlatformFault;
 
 namespace {
 
@@ -110,33 +115,40 @@ TEST_F(RaiseAndLog, FormattedTextIsCutAt1023Characters) {
     EXPECT_EQ(lines[0].text, std::string(1023, 'x'));
 }
 
-TEST(ModuleLoggerHolder, LeavesTheOtherApartmentAloneAndLogsAllTheSame) {
-    // A thread that is multithreaded already refuses the holder's apartment; its logger works nevertheless.
-    const int before = RecordingLogger::alive();
-    ASSERT_GE(before, 1) << "the module's own holders made theirs at load";
-    CoUninitialize();
-    std::vector<HRESULT> balance;
-    {
-        const ModuleLoggerHolder holder;
-        EXPECT_GE(holder.m_coInitializeResult, 0);
-        EXPECT_EQ(RecordingLogger::alive(), before + 1);
+TEST_F(RaiseAndLog, AHolderUndoesItsComInitialisationOnlyWhereItSucceeded) {
+    struct Row {
+        DWORD model; // of the thread before
+        HRESULT result;
+        std::uint64_t undone;
+    };
+    const Row rows[] = {{COINIT_APARTMENTTHREADED, S_FALSE, 1},
+                        {COINIT_MULTITHREADED, RPC_E_CHANGED_MODE, 0}};
+    for (const Row& row : rows) {
+        std::thread([&row] {
+            ASSERT_EQ(CoInitializeEx(nullptr, row.model), S_OK);
+            const int alive = RecordingLogger::alive();
+            const std::uint64_t undone = KvTest::platformCalls(PlatformCall::CoUninitialize);
+            {
+                const ModuleLoggerHolder holder;
+                EXPECT_EQ(holder.m_coInitializeResult, row.result);
+                EXPECT_EQ(RecordingLogger::alive(), alive + 1) << "it has its logger all the same";
+            }
+            EXPECT_EQ(RecordingLogger::alive(), alive);
+            EXPECT_EQ(KvTest::platformCalls(PlatformCall::CoUninitialize), undone + row.undone);
+            CoUninitialize();
+        }).join();
     }
-    EXPECT_EQ(RecordingLogger::alive(), before);
-    CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
 }
 
-TEST(ModuleLoggerHolder, WithoutALoggerEveryOperationReturnsAtOnce) {
-    struct Empty {
-        // Laid out as a holder whose creation failed.
-        HRESULT m_coInitializeResult = E_FAIL;
-        TKvSmartPtr<ModuleLogger::IModuleLogger> m_logger;
-    } const empty;
-    const auto& holder = reinterpret_cast<const ModuleLoggerHolder&>(empty);
-    RecordingLogger::clear();
+TEST_F(RaiseAndLog, WithoutALoggerEveryOperationReturnsAtOnce) {
+    const PlatformFault fault(PlatformCall::CoCreateInstance, {.result = REGDB_E_CLASSNOTREG});
+    const ModuleLoggerHolder holder;
+    EXPECT_TRUE(!holder.m_logger);
     logging::writeText(holder, 3, 1, "file", "function", 1, "text");
     logging::writeFormatted(holder, 3, 1, "file", "function", 1, "%d", 1);
     logging::writeException(holder, CKvVaneException("", "", 0, "", 0));
     EXPECT_TRUE(RecordingLogger::takeLines(true).empty());
+    EXPECT_TRUE(RecordingLogger::takeExceptions().empty());
 }
 
 } // namespace

@@ -32,6 +32,11 @@ TEST(NetworkStreamReceiverStress, DataNotificationsForcedEndsAndStopMeet) {
     {
         KvTest::TestClock clock; // stands still, far beyond the first silence
         NetworkStreamReceiver receiver(&notifier);
+        sink.onCall = [&receiver](const std::string& call) { // a host that stops from inside a status
+            if (call == "NotifyStatus") {
+                receiver.releasePendingSamples();
+            }
+        };
         const std::vector<std::function<void(std::uint32_t)>> actors{
             [&](std::uint32_t round) {
                 for (std::uint8_t piece = 0; piece < 3; ++piece) {

@@ -1,0 +1,64 @@
+#include "TestData.h"
+
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+namespace {
+
+std::ifstream open(const std::string& path) {
+    std::ifstream file(std::string(KV_TEST_DATA) + "/" + path, std::ios::binary);
+    if (!file) {
+        throw std::runtime_error("cannot read " + path);
+    }
+    return file;
+}
+
+} // namespace
+
+std::vector<std::string> listCases(const std::string& folder, const std::string& extension) {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(std::string(KV_TEST_DATA) + "/" + folder)) {
+        if (entry.path().extension() == extension) {
+            names.push_back(entry.path().stem().string());
+        }
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+Bytes readBytes(const std::string& path) {
+    std::ifstream file = open(path);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+std::multimap<std::string, std::string> readExpected(const std::string& path) {
+    std::ifstream file = open(path);
+    std::multimap<std::string, std::string> values;
+    std::string name;
+    std::string value;
+    while (file >> name >> value) {
+        values.emplace(name, value);
+    }
+    return values;
+}
+
+std::vector<Bytes> splitLoasFrames(const Bytes& stream) {
+    std::vector<Bytes> frames;
+    for (std::size_t at = 0; at + 3 <= stream.size();) {
+        const std::size_t size = 3 + ((stream[at + 1] & 0x1FU) << 8 | stream[at + 2]);
+        const auto begin = stream.begin() + static_cast<std::ptrdiff_t>(at);
+        frames.emplace_back(begin, begin + static_cast<std::ptrdiff_t>(std::min(size, stream.size() - at)));
+        at += size;
+    }
+    return frames;
+}
+
+std::string asTestName(std::string text) {
+    std::replace_if(
+        text.begin(), text.end(), [](unsigned char c) { return std::isalnum(c) == 0; }, '_');
+    return text;
+}

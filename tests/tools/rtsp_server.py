@@ -1,0 +1,68 @@
+#!/usr/bin/python3
+"""Serves one Matroska file with H.264 and AAC over RTSP, by GStreamer's RTSP server.
+
+usage: rtsp_server.py PORT FILE [PROTOCOLS [USER PASSWORD]]
+
+PROTOCOLS: "any" (default) or "tcp" (refuses UDP). With a user, /clip asks for digest authentication.
+Paths: /clip, /bare (the description lacks the H.264 parameter sets, which come in band instead).
+Prints "ready" when it accepts connections. Each session plays the file from its start.
+"""
+import sys
+
+import gi
+
+gi.require_version("Gst", "1.0")
+gi.require_version("GstRtsp", "1.0")
+gi.require_version("GstRtspServer", "1.0")
+from gi.repository import GLib, Gst, GstRtsp, GstRtspServer  # noqa: E402
+
+
+def factory(path, bare, protocols):
+    # A description without parameter sets: the payloader's caps are replaced by ones that lack them.
+    video = "rtph264pay name=pay0 pt=96"
+    if bare:
+        video = (
+            "rtph264pay pt=96 config-interval=-1 ! capssetter name=pay0 replace=true join=false "
+            "caps=application/x-rtp,media=video,clock-rate=90000,encoding-name=H264,payload=96"
+        )
+    media = GstRtspServer.RTSPMediaFactory()
+    media.set_launch(
+        f"( filesrc location={path} ! matroskademux name=d "
+        f"d. ! queue ! h264parse ! {video} "
+        f"d. ! queue ! aacparse ! rtpmp4gpay name=pay1 pt=97 )"
+    )
+    if protocols == "tcp":
+        media.set_protocols(GstRtsp.RTSPLowerTrans.TCP)
+    return media
+
+
+def main():
+    Gst.init(None)
+    port, path = sys.argv[1], sys.argv[2]
+    protocols = sys.argv[3] if len(sys.argv) > 3 else "any"
+    server = GstRtspServer.RTSPServer()
+    server.set_address("127.0.0.1")
+    server.set_service(port)
+    mounts = server.get_mount_points()
+    clip = factory(path, False, protocols)
+    if len(sys.argv) > 5:
+        user, password = sys.argv[4], sys.argv[5]
+        auth = GstRtspServer.RTSPAuth()
+        auth.set_supported_methods(GstRtsp.RTSPAuthMethod.DIGEST)
+        token = GstRtspServer.RTSPToken()
+        token.set_string("media.factory.role", "viewer")
+        auth.add_digest(user, password, token)
+        server.set_auth(auth)
+        permissions = GstRtspServer.RTSPPermissions()
+        permissions.add_permission_for_role("viewer", "media.factory.access", True)
+        permissions.add_permission_for_role("viewer", "media.factory.construct", True)
+        clip.set_permissions(permissions)
+    mounts.add_factory("/clip", clip)
+    mounts.add_factory("/bare", factory(path, True, protocols))
+    if server.attach(None) == 0:
+        sys.exit("the port is taken")
+    print("ready", flush=True)
+    GLib.MainLoop().run()
+
+
+main()
