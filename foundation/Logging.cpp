@@ -4,8 +4,11 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "PlatformKernel.h"
+
 ModuleLoggerHolder::ModuleLoggerHolder()
-    : m_coInitializeResult(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)) {
+    : m_coInitializeResult(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)),
+      m_threadId(GetCurrentThreadId()) {
     // Without a logger component the module runs all the same, so the result is not looked at.
     static_cast<void>(CoCreateInstance(CLSID_ModuleLogger, nullptr, CLSCTX_INPROC_SERVER, IID_IModuleLogger,
                                        reinterpret_cast<void**>(&m_logger)));
@@ -13,7 +16,7 @@ ModuleLoggerHolder::ModuleLoggerHolder()
 
 ModuleLoggerHolder::~ModuleLoggerHolder() {
     m_logger = nullptr;
-    if (m_coInitializeResult >= 0) {
+    if (m_coInitializeResult >= 0 && m_threadId == GetCurrentThreadId()) {
         CoUninitialize();
     }
 }

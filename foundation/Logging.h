@@ -23,7 +23,8 @@ inline constexpr std::uint32_t kLevelUnsupported = 2;
 inline constexpr std::uint32_t kLevelQuestionable = 3;
 inline constexpr std::uint32_t kLevelError = 4;
 
-// Initialises COM and creates the logger component; ends both when the module is unloaded.
+// Initialises COM and creates the logger component; ends both when the module is unloaded. Unloaded on
+// another thread than it was loaded on, it leaves that thread's apartment alone.
 struct ModuleLoggerHolder {
     ModuleLoggerHolder();
     ~ModuleLoggerHolder();
@@ -32,6 +33,9 @@ struct ModuleLoggerHolder {
 
     HRESULT m_coInitializeResult;
     TKvSmartPtr<ModuleLogger::IModuleLogger> m_logger;
+
+private:
+    DWORD m_threadId; // the loading thread, whose apartment it is
 };
 
 // One for each source file, on purpose: a file's log works as soon as the file's own statics do.

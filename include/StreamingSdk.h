@@ -59,7 +59,7 @@ enum _tagMCNetClientParamType : std::int32_t {
 struct _tagConsumerInfo {
     std::uint8_t sampleValid; // nonzero: the buffer holds a usable sample
     std::uint8_t reserved1[15];
-    std::uint8_t* buffer; // written by GetBuffer, read by OnData
+    std::uint8_t* buffer;     // written by GetBuffer, read by OnData
     std::uint32_t dataOffset; // written by AttachBuffer of netsource/; the module does not use it
     std::uint32_t capacity;   // likewise
     std::uint8_t reserved32[4];
@@ -204,15 +204,15 @@ CreateNetworkClient(MainConcept::NetworkStreaming::INetStreamCreator* creator,
                     const MainConcept::NetworkStreaming::SdkClientSettings* settings);
 
 // Makes a buffer allocator, owned by the caller; null on failure. The module passes 2, 8, 1,048,576, 65,536,
-// 1 and null: buffers of 65,536 bytes, growing from 8. In netsource/ it grows by `count` buffers at a time and
-// lends up to 16 times `limit` bytes, so that an access unit may be far larger than `limit`; `kind` and
+// 1 and null: buffers of 65,536 bytes, growing from 8. In netsource/ it grows by `count` buffers at a time
+// and lends up to 16 times `limit` bytes, so that an access unit may be far larger than `limit`; `kind` and
 // `reserved` have no effect.
 MainConcept::NetworkStreaming::SdkBufferAllocator*
 CreateBufferAllocator(std::uint32_t kind, std::uint32_t count, std::uint32_t limit, std::uint32_t bufferSize,
                       std::uint32_t alignment, void* reserved);
 
-// Attaches the buffer that GetBuffer stored in the record: data starts at `offset` of it, and it is `capacity`
-// bytes in all.
+// Attaches the buffer that GetBuffer stored in the record: data starts at `offset` of it, and it is
+// `capacity` bytes in all.
 void AttachBuffer(MainConcept::NetworkStreaming::_tagConsumerInfo* info, std::uint32_t offset,
                   std::uint32_t capacity);
 }
