@@ -50,6 +50,35 @@ struct FailureRow {
     const char* expression; // of the same
 };
 
+// The ways in which a host does not lend a buffer of `size` bytes; `refused` is what it sees when it lent one
+// that will not do.
+inline std::vector<FailureRow> failuresToLend(const std::string& size, const Calls& refused) {
+    const Calls asked{"ProvideAudioSamples(" + size + ")"};
+    return {
+        {"no buffer provided", [](HostScript& s) { s.fail("ProvideAudioSamples", E_FAIL); }, asked,
+         0x80004005, "m_audioReceiver->ProvideAudioSamples(bufferSizeToAskFor, &audioSamples)"},
+        {"success without a buffer", [](HostScript& s) { s.setLendNothing(true); }, asked, 0x89998045,
+         "KV_E_INVALID_POINTER"},
+        {"buffer not accessible", [](HostScript& s) { s.fail("GetBufferAndLength", E_FAIL); }, refused,
+         0x80004005, "audioSamples->GetBufferAndLength(&audioSamplesBuffer, &audioSamplesBufferSize)"},
+        {"one byte short", [](HostScript& s) { s.setCapacityChange(-1); }, refused, 0x89998307,
+         "KV_E_BUFFER_SIZE_TOO_SMALL"},
+        {"no address", [](HostScript& s) { s.setLendNoAddress(true); }, refused, 0x89998045,
+         "KV_E_INVALID_POINTER"},
+    };
+}
+
+// What changes nothing: the host refuses one of `calls`, or lends more than was asked for.
+inline std::vector<FailureRow> failuresIgnored(const std::vector<const char*>& calls, const Calls& delivery) {
+    std::vector<FailureRow> rows;
+    for (const char* const call : calls) {
+        rows.push_back({call, [call](HostScript& s) { s.fail(call, E_FAIL); }, delivery, 0, ""});
+    }
+    rows.push_back(
+        {"more room than asked for", [](HostScript& s) { s.setCapacityChange(100); }, delivery, 0, ""});
+    return rows;
+}
+
 // Delivers `unit` once against each row, and once more when the host has recovered.
 template <class Notifier>
 void expectFailuresToLoseOneAccessUnit(const std::vector<FailureRow>& rows,

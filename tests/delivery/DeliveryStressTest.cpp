@@ -55,8 +55,10 @@ protected:
         RecordingLogger::clear();
     }
     std::unique_ptr<NetworkStreamCreator> newCreator() {
-        return GetParam() ? std::make_unique<RtmpNetworkStreamCreator>(&m_detector)
-                          : std::make_unique<NetworkStreamCreator>(&m_detector);
+        if (GetParam()) {
+            return std::make_unique<RtmpNetworkStreamCreator>(&m_detector);
+        }
+        return std::make_unique<NetworkStreamCreator>(&m_detector);
     }
 
     const std::int32_t m_liveObjects = getLiveObjectCount();

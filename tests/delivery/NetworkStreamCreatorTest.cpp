@@ -339,15 +339,16 @@ TEST_P(NetworkStreamCreatorTest, LifeIsLoggedAndReceiversEndBeforeNotifiers) {
         ASSERT_NE(consumer, nullptr);
         ScriptedSdk::play(*consumer, {{1}, 0, announcement.streamType});
     }
+    const std::string lastLine = withAddress("NetworkStreamCreator destructor,this:[%p]", address);
     forget();
     creator.reset();
-    EXPECT_EQ(takeTexts(), (std::vector<std::string>{
-                               withAddress("NetworkStreamCreator destructor,this:[%p]", address),
-                               "NetworkStreamReceiver destructor.", "NetworkStreamReceiver destructor.",
-                               "NetworkStreamReceiver destructor.", "GenericAudioStreamNotifier destructor.",
-                               "GenericVideoStreamNotifier destructor.", "LatmStreamNotifier destructor.",
-                               "AacInformation destructor.", "AacInformation destructor.",
-                               "H264Information destructor."}));
+    EXPECT_EQ(
+        takeTexts(),
+        (std::vector<std::string>{
+            lastLine, "NetworkStreamReceiver destructor.", "NetworkStreamReceiver destructor.",
+            "NetworkStreamReceiver destructor.", "GenericAudioStreamNotifier destructor.",
+            "GenericVideoStreamNotifier destructor.", "LatmStreamNotifier destructor.",
+            "AacInformation destructor.", "AacInformation destructor.", "H264Information destructor."}));
     EXPECT_EQ(CallLog::instance().take(),
               (Calls{"ReleaseBuffer(buffer1)", "allocator ended", "ReleaseBuffer(buffer2)", "allocator ended",
                      "ReleaseBuffer(buffer3)", "allocator ended", "config1 ended", "config2 ended"}))
@@ -372,6 +373,7 @@ TEST_P(NetworkStreamCreatorTest, AnnouncementsAndWalksMayMeet) {
     constexpr int kThreads = 3;
     constexpr int kRounds = 40;
     std::vector<std::thread> threads;
+    threads.reserve(kThreads + 1);
     for (int thread = 0; thread < kThreads; ++thread) {
         threads.emplace_back([this, thread] {
             CoInitializeEx(nullptr, COINIT_MULTITHREADED);

@@ -133,6 +133,7 @@ TEST_P(ComContract, ReferencesBalanceAcrossThreads) {
     {
         const Pointer object = createSubject(GetParam());
         std::vector<std::thread> threads;
+        threads.reserve(4);
         for (int thread = 0; thread < 4; ++thread) {
             threads.emplace_back([&] {
                 for (int round = 0; round < 200; ++round) {

@@ -57,10 +57,6 @@ HRESULT RecordingSink::enterStatus(HRESULT status) {
     return result;
 }
 
-std::uint32_t RecordingSink::lentCapacity(std::uint32_t asked) const {
-    return static_cast<std::uint32_t>(std::max<std::int64_t>(0, asked + script.capacityChange()));
-}
-
 void RecordingSink::keep(DeliveredUnit unit) {
     const std::lock_guard lock(m_lock);
     m_delivered.push_back(std::move(unit));
@@ -84,57 +80,70 @@ bool RecordingSink::waitForStatus(HRESULT status, std::uint32_t milliseconds) {
     });
 }
 
-class RecordingVideoSink::Surface final : public TestObject<IKvSurface> {
+// What a surface and a sample buffer have in common.
+template <class Interface>
+class RecordingSink::Lent : public TestObject<Interface> {
 public:
-    Surface(RecordingVideoSink& sink, std::string name, std::uint32_t size, std::uint32_t capacity)
-        : m_sink(sink), m_name(std::move(name)), m_size(size), m_bytes(capacity) {
+    Lent(RecordingSink& sink, const char* kind, std::uint32_t size)
+        : m_sink(sink), m_name(kind + std::to_string(++sink.m_bufferNumber)), m_size(size),
+          m_bytes(static_cast<std::size_t>(std::max<std::int64_t>(0, size + sink.script.capacityChange()))) {
         ++m_sink.m_liveBuffers;
     }
-    ~Surface() override {
+    ~Lent() override {
         CallLog::instance().record(m_name + " ended");
         --m_sink.m_liveBuffers;
     }
 
     HRESULT SetTimeStampInfo(const std::uint64_t* timeStamp) override {
         m_timeStamp = *timeStamp;
-        return m_sink.enter("SetTimeStampInfo",
-                            m_name + ".SetTimeStampInfo(" + std::to_string(*timeStamp) + ")");
+        return enter("SetTimeStampInfo", std::to_string(*timeStamp));
     }
-    HRESULT SignalWriteCompletion() override {
-        return m_sink.enter("SignalWriteCompletion", m_name + ".SignalWriteCompletion()");
-    }
-    HRESULT Lock(std::uint32_t first, EKvFaceType face, SKvLockedSurfaceDescription* description) override {
-        const bool clean = description->m_size == 32 && description->m_bufferCapacity == 0 &&
-                           description->m_buffer == nullptr;
-        const HRESULT result =
-            m_sink.enter("Lock", m_name + ".Lock(" + std::to_string(first) + ", " + std::to_string(face) +
-                                     ")" + (clean ? "" : " with a used record"));
-        if (result >= 0) {
-            description->m_bufferCapacity = static_cast<std::uint32_t>(m_bytes.size());
-            description->m_buffer = m_sink.script.lendsNoAddress() ? nullptr : m_bytes.data();
-        }
-        return result;
-    }
+    HRESULT SignalWriteCompletion() override { return enter("SignalWriteCompletion", ""); }
 
     [[nodiscard]] const std::string& name() const { return m_name; }
     [[nodiscard]] DeliveredUnit unit() const {
         return {std::vector<std::uint8_t>(m_bytes.begin(), m_bytes.begin() + m_size), m_timeStamp};
     }
 
+protected:
+    HRESULT enter(const std::string& call, const std::string& arguments, const char* remark = "") {
+        return m_sink.enter(call, m_name + "." + call + "(" + arguments + ")" + remark);
+    }
+    [[nodiscard]] std::uint8_t* address() {
+        return m_sink.script.lendsNoAddress() ? nullptr : m_bytes.data();
+    }
+    [[nodiscard]] std::uint32_t capacity() const { return static_cast<std::uint32_t>(m_bytes.size()); }
+
 private:
-    RecordingVideoSink& m_sink;
+    RecordingSink& m_sink;
     std::string m_name;
     std::uint32_t m_size;
     std::vector<std::uint8_t> m_bytes;
     std::uint64_t m_timeStamp = 0;
 };
 
+class RecordingVideoSink::Surface final : public Lent<IKvSurface> {
+public:
+    Surface(RecordingVideoSink& sink, std::uint32_t size) : Lent(sink, "surface", size) {}
+
+    HRESULT Lock(std::uint32_t first, EKvFaceType face, SKvLockedSurfaceDescription* description) override {
+        const bool clean = description->m_size == 32 && description->m_bufferCapacity == 0 &&
+                           description->m_buffer == nullptr;
+        const HRESULT result = enter("Lock", std::to_string(first) + ", " + std::to_string(face),
+                                     clean ? "" : " with a used record");
+        if (result >= 0) {
+            description->m_bufferCapacity = capacity();
+            description->m_buffer = address();
+        }
+        return result;
+    }
+};
+
 HRESULT RecordingVideoSink::ProvideVideoSurface(std::uint32_t bufferSizeToAskFor, IKvSurface** surface) {
     const HRESULT result =
         enter("ProvideVideoSurface", "ProvideVideoSurface(" + std::to_string(bufferSizeToAskFor) + ")");
     if (result >= 0 && !script.lendsNothing()) {
-        *surface = new Surface(*this, "surface" + std::to_string(++m_bufferNumber), bufferSizeToAskFor,
-                               lentCapacity(bufferSizeToAskFor));
+        *surface = new Surface(*this, bufferSizeToAskFor);
     }
     return result;
 }
@@ -145,55 +154,28 @@ HRESULT RecordingVideoSink::DeliverVideoSurface(IKvSurface* surface) {
     return enter("DeliverVideoSurface", "DeliverVideoSurface(" + filled->name() + ")");
 }
 
-class RecordingAudioSink::Samples final : public TestObject<IKvAudioSamples> {
+class RecordingAudioSink::Samples final : public Lent<IKvAudioSamples> {
 public:
-    Samples(RecordingAudioSink& sink, std::string name, std::uint32_t size, std::uint32_t capacity)
-        : m_sink(sink), m_name(std::move(name)), m_size(size), m_bytes(capacity) {
-        ++m_sink.m_liveBuffers;
-    }
-    ~Samples() override {
-        CallLog::instance().record(m_name + " ended");
-        --m_sink.m_liveBuffers;
-    }
+    Samples(RecordingAudioSink& sink, std::uint32_t size) : Lent(sink, "samples", size) {}
 
     HRESULT AttachCustomObject(REFIID iid, IUnknown* object) override {
         m_attached = object;
-        return m_sink.enter("AttachCustomObject",
-                            m_name + ".AttachCustomObject(" +
-                                (iid == IID_IKvAACCodecConfigDataAccess ? "IKvAACCodecConfigDataAccess"
-                                                                        : "another interface") +
-                                ", " + RecordingCodecConfiguration::nameOf(object) + ")");
-    }
-    HRESULT SetTimeStampInfo(const std::uint64_t* timeStamp) override {
-        m_timeStamp = *timeStamp;
-        return m_sink.enter("SetTimeStampInfo",
-                            m_name + ".SetTimeStampInfo(" + std::to_string(*timeStamp) + ")");
-    }
-    HRESULT SignalWriteCompletion() override {
-        return m_sink.enter("SignalWriteCompletion", m_name + ".SignalWriteCompletion()");
+        const bool expected = iid == IID_IKvAACCodecConfigDataAccess;
+        return enter("AttachCustomObject",
+                     std::string(expected ? "IKvAACCodecConfigDataAccess" : "another interface") + ", " +
+                         RecordingCodecConfiguration::nameOf(object));
     }
     HRESULT GetBufferAndLength(std::uint8_t** buffer, std::uint32_t* length) override {
         const bool clean = *buffer == nullptr && *length == 0;
-        const HRESULT result = m_sink.enter("GetBufferAndLength", m_name + ".GetBufferAndLength()" +
-                                                                      (clean ? "" : " with used variables"));
+        const HRESULT result = enter("GetBufferAndLength", "", clean ? "" : " with used variables");
         if (result >= 0) {
-            *buffer = m_sink.script.lendsNoAddress() ? nullptr : m_bytes.data();
-            *length = static_cast<std::uint32_t>(m_bytes.size());
+            *buffer = address();
+            *length = capacity();
         }
         return result;
     }
 
-    [[nodiscard]] const std::string& name() const { return m_name; }
-    [[nodiscard]] DeliveredUnit unit() const {
-        return {std::vector<std::uint8_t>(m_bytes.begin(), m_bytes.begin() + m_size), m_timeStamp};
-    }
-
 private:
-    RecordingAudioSink& m_sink;
-    std::string m_name;
-    std::uint32_t m_size;
-    std::vector<std::uint8_t> m_bytes;
-    std::uint64_t m_timeStamp = 0;
     TKvSmartPtr<IUnknown> m_attached;
 };
 
@@ -201,8 +183,7 @@ HRESULT RecordingAudioSink::ProvideAudioSamples(std::uint32_t bufferSizeToAskFor
     const HRESULT result =
         enter("ProvideAudioSamples", "ProvideAudioSamples(" + std::to_string(bufferSizeToAskFor) + ")");
     if (result >= 0 && !script.lendsNothing()) {
-        *samples = new Samples(*this, "samples" + std::to_string(++m_bufferNumber), bufferSizeToAskFor,
-                               lentCapacity(bufferSizeToAskFor));
+        *samples = new Samples(*this, bufferSizeToAskFor);
     }
     return result;
 }

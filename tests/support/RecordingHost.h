@@ -71,8 +71,9 @@ protected:
     HRESULT enter(const std::string& call, const std::string& text);
     HRESULT enterStatus(HRESULT status);
     void keep(DeliveredUnit unit);
-    // The capacity of a buffer lent for `asked` bytes.
-    [[nodiscard]] std::uint32_t lentCapacity(std::uint32_t asked) const;
+
+    template <class Interface>
+    class Lent;
 
     std::atomic<int> m_bufferNumber{0};
     std::atomic<int> m_liveBuffers{0};
