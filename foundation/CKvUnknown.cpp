@@ -41,11 +41,13 @@ ULONG CKvUnknown::NonDelegatingRelease() {
     if (count == 0) {
         // References taken and dropped while the object is being destroyed must not destroy it again.
         m_referenceCount.fetch_add(1);
-        delete this;
+        endLife();
         return 0;
     }
     return count < 1 ? 1 : static_cast<ULONG>(count);
 }
+
+void CKvUnknown::endLife() noexcept { delete this; }
 
 HRESULT CKvUnknown::GetInterface(IUnknown* interfacePointer, void** object) {
     if (object == nullptr) {

@@ -46,6 +46,10 @@ protected:
     static HRESULT GetInterface(IUnknown* interfacePointer, void** object);
 
 private:
+    // Called once, by the release that brings the count to 0: destroys the object, at once or when that can
+    // be done.
+    virtual void endLife() noexcept;
+
     IUnknown* m_owner;
     std::atomic<std::int32_t> m_referenceCount{0};
 };

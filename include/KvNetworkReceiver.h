@@ -18,9 +18,14 @@
 #include "KvStreamInformation.h"
 #include "PlatformCom.h"
 
-// A receiver. The host calls one receiver's operations one at a time, on any thread.
+// A receiver. The host calls one receiver's operations one at a time, on any thread, also from inside a call
+// of a sink. There nothing can wait for that call to return, so a source that Stop, Redirect or the last
+// Release leaves is closed a little later, on a thread of the module: until then its sinks may still be
+// called, and its local port is taken. After a last Release from inside such a call, keep the sinks and the
+// detector callback until the module can be unloaded.
 struct IKvNetworkReceiverController : IUnknown {
-    // Begins delivery to the sinks.
+    // Begins delivery to the sinks. KV_E_DISCONNECTED when no source is open, after Stop or a failed
+    // Redirect.
     virtual HRESULT Start() = 0;
 
     // Ends delivery and closes the source; what was pending is dropped. No sink is called after it has
@@ -28,7 +33,8 @@ struct IKvNetworkReceiverController : IUnknown {
     virtual HRESULT Stop() = 0;
 
     // Stops, opens `url`, which must be of the same protocol, announces its streams anew and starts. Failures
-    // to open leave it as a thrown CKvVaneException; the receiver is then stopped.
+    // to open leave it as a thrown CKvVaneException; the receiver is then stopped. Only a session description
+    // file that cannot be read leaves it as it was.
     virtual HRESULT Redirect(const char* url) = 0;
 
 protected:

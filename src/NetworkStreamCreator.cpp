@@ -4,6 +4,7 @@
 
 #include "AudioVideoInformation.h"
 #include "AvcStreamNotifier.h"
+#include "CallbackScope.h"
 #include "GenericAudioStreamNotifier.h"
 #include "GenericVideoStreamNotifier.h"
 #include "LatmStreamNotifier.h"
@@ -43,6 +44,7 @@ NetworkStreamCreator::~NetworkStreamCreator() {
 
 IMediaConsumer* NetworkStreamCreator::OnCreateConsumerForNetStream(
     MediaInfo* mediaInfo, IMCPlaylistItemQualitySelector* /*selector*/, std::uint32_t /*value*/) {
+    const CallbackScope scope;
     try {
         IAudioVideoReceptionNotifier* notifier = createElementaryStreamNotifier(mediaInfo);
         if (notifier == nullptr && isTransportStream(*mediaInfo)) {

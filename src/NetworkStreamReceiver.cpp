@@ -2,6 +2,7 @@
 
 #include <exception>
 
+#include "CallbackScope.h"
 #include "Logging.h"
 #include "MonotonicClock.h"
 #include "Raise.h"
@@ -113,6 +114,7 @@ void NetworkStreamReceiver::GetBuffer(_tagConsumerInfo* info) {
 }
 
 void NetworkStreamReceiver::OnData(_tagConsumerInfo* info) {
+    const CallbackScope scope;
     if (info == nullptr || info->buffer == nullptr) {
         logText(kCategoryStream, kLevelQuestionable, KV_SITE, "OnData called back with invalid pointer.");
         return;
@@ -157,6 +159,7 @@ void NetworkStreamReceiver::gather(const _tagConsumerInfo& info, IncomingBuffer&
 }
 
 void NetworkStreamReceiver::OnNotify(_tagNetSourceNotifyType type, void* /*data*/) {
+    const CallbackScope scope;
     const std::int64_t now = getMonotonicNanoseconds();
     switch (type) {
     case MainConcept::NetworkStreaming::keNotifySilence:
@@ -279,6 +282,7 @@ void NetworkStreamReceiver::startEndOfStreamThread() {
 }
 
 unsigned NetworkStreamReceiver::endOfStreamThreadRoutine(void* context) {
+    const CallbackScope scope;
     static_cast<NetworkStreamReceiver*>(context)->notifyLastFrameAndEndOfStream();
     return 0;
 }

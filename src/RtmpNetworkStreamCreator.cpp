@@ -1,5 +1,6 @@
 #include "RtmpNetworkStreamCreator.h"
 
+#include "CallbackScope.h"
 #include "Logging.h"
 #include "RtmpNetworkStreamReceiver.h"
 
@@ -10,6 +11,7 @@ using MainConcept::NetworkStreaming::IMediaConsumer;
 
 IMediaConsumer* RtmpNetworkStreamCreator::OnCreateConsumerForNetStream(
     MediaInfo* mediaInfo, IMCPlaylistItemQualitySelector* /*selector*/, std::uint32_t /*value*/) {
+    const CallbackScope scope;
     try {
         IAudioVideoReceptionNotifier* const notifier = createElementaryStreamNotifier(mediaInfo);
         if (notifier == nullptr) {

@@ -1,5 +1,6 @@
 #include "RtmpNetworkStreamReceiver.h"
 
+#include "CallbackScope.h"
 #include "Logging.h"
 
 namespace KorvelVideo::Network {
@@ -7,6 +8,7 @@ namespace KorvelVideo::Network {
 using MainConcept::NetworkStreaming::_tagNetSourceNotifyType;
 
 void RtmpNetworkStreamReceiver::OnNotify(_tagNetSourceNotifyType type, void* /*data*/) {
+    const CallbackScope scope;
     if (type == MainConcept::NetworkStreaming::keNotifyActivity) {
         notifyFirstActivity();
     }

@@ -59,6 +59,16 @@ private:
     const PlatformCall m_call;
 };
 
+// While it lives, a wait with a limit lasts 1 ms at most, so that a test need not sit out the quiet that ends
+// a stream. Waits without a limit are left alone.
+class ShortWaits {
+public:
+    ShortWaits();
+    ~ShortWaits();
+    ShortWaits(const ShortWaits&) = delete;
+    ShortWaits& operator=(const ShortWaits&) = delete;
+};
+
 // Calls of one operation since the program began, failed ones included.
 std::uint64_t platformCalls(PlatformCall call);
 

@@ -36,6 +36,12 @@ State& state() {
     return instance;
 }
 
+// The calling thread is inside the fake, alone.
+class Locked {
+    FakeScope m_fake;
+    std::lock_guard<std::mutex> m_lock{state().lock};
+};
+
 // With the lock held. The text is made only when it is kept.
 template <class MakeText>
 void record(MakeText makeText) {
@@ -52,18 +58,18 @@ std::string nameOf(std::uint8_t* buffer) {
 class Allocator final : public SdkBufferAllocator {
 public:
     Allocator() {
-        const std::lock_guard lock(state().lock);
+        const Locked locked;
         ++state().liveAllocators;
     }
     ~Allocator() override {
-        const std::lock_guard lock(state().lock);
+        const Locked locked;
         --state().liveAllocators;
         record([] { return std::string("allocator ended"); });
     }
     void ReservedSlot1() override {}
     void ReservedSlot2() override {}
     std::int32_t Reset(std::uint32_t value) override {
-        const std::lock_guard lock(state().lock);
+        const Locked locked;
         record([&] { return "Reset(" + std::to_string(value) + ")"; });
         return 77;
     }
@@ -73,7 +79,7 @@ public:
     void ReservedSlot7() override {}
 
     std::uint8_t* AllocateBuffer(std::uint32_t* capacity, void* reserved) override {
-        const std::lock_guard lock(state().lock);
+        const Locked locked;
         record([&] {
             return "AllocateBuffer(" + std::to_string(*capacity) +
                    (reserved == nullptr ? ", null)" : ", not null)");
@@ -94,13 +100,13 @@ public:
         return buffer;
     }
     std::int32_t ConfirmBufferSize(std::uint8_t* buffer, std::uint32_t dataLength) override {
-        const std::lock_guard lock(state().lock);
+        const Locked locked;
         record(
             [&] { return "ConfirmBufferSize(" + nameOf(buffer) + ", " + std::to_string(dataLength) + ")"; });
         return std::exchange(state().failConfirmation, false) ? 1 : 0;
     }
     void ReleaseBuffer(std::uint8_t* buffer) override {
-        const std::lock_guard lock(state().lock);
+        const Locked locked;
         record([&] { return "ReleaseBuffer(" + nameOf(buffer) + ")"; });
         if (state().lent.erase(buffer) == 0) {
             ++state().wrongReleases;
@@ -118,7 +124,7 @@ extern "C" SdkBufferAllocator* CreateBufferAllocator(std::uint32_t kind, std::ui
                                                      std::uint32_t limit, std::uint32_t bufferSize,
                                                      std::uint32_t alignment, void* reserved) {
     {
-        const std::lock_guard lock(state().lock);
+        const Locked locked;
         record([&] {
             return "CreateBufferAllocator(" + std::to_string(kind) + ", " + std::to_string(count) + ", " +
                    std::to_string(limit) + ", " + std::to_string(bufferSize) + ", " +
@@ -128,11 +134,12 @@ extern "C" SdkBufferAllocator* CreateBufferAllocator(std::uint32_t kind, std::ui
             return nullptr;
         }
     }
+    const FakeScope fake;
     return new Allocator;
 }
 
 extern "C" void AttachBuffer(_tagConsumerInfo* info, std::uint32_t offset, std::uint32_t capacity) {
-    const std::lock_guard lock(state().lock);
+    const Locked locked;
     record([&] {
         return "AttachBuffer(" + nameOf(info->buffer) + ", " + std::to_string(offset) + ", " +
                std::to_string(capacity) + ")";
@@ -142,7 +149,7 @@ extern "C" void AttachBuffer(_tagConsumerInfo* info, std::uint32_t offset, std::
 namespace ScriptedSdk {
 
 void reset() {
-    const std::lock_guard lock(state().lock);
+    const Locked locked;
     state().failCreation = false;
     state().failAllocation.reset();
     state().failConfirmation = false;
@@ -152,37 +159,37 @@ void reset() {
 }
 
 void failNextAllocatorCreation() {
-    const std::lock_guard lock(state().lock);
+    const Locked locked;
     state().failCreation = true;
 }
 
 void failNextAllocation(std::uint32_t capacity) {
-    const std::lock_guard lock(state().lock);
+    const Locked locked;
     state().failAllocation = capacity;
 }
 
 void failNextConfirmation() {
-    const std::lock_guard lock(state().lock);
+    const Locked locked;
     state().failConfirmation = true;
 }
 
 void setRecording(bool recording) {
-    const std::lock_guard lock(state().lock);
+    const Locked locked;
     state().recording = recording;
 }
 
 int liveAllocators() {
-    const std::lock_guard lock(state().lock);
+    const Locked locked;
     return state().liveAllocators;
 }
 
 int lentBuffers() {
-    const std::lock_guard lock(state().lock);
+    const Locked locked;
     return static_cast<int>(state().lent.size());
 }
 
 int wrongReleases() {
-    const std::lock_guard lock(state().lock);
+    const Locked locked;
     return state().wrongReleases;
 }
 
@@ -209,8 +216,13 @@ void notify(IMediaConsumer& consumer, int type) {
 }
 
 IMediaConsumer* announce(INetStreamCreator& creator, const Announcement& announcement) {
-    const auto config = std::make_unique<std::vector<std::uint8_t>>(announcement.codecConfig);
-    auto info = std::make_unique<_tagMCNetStreamMediaInfo>();
+    std::unique_ptr<std::vector<std::uint8_t>> config;
+    std::unique_ptr<_tagMCNetStreamMediaInfo> info;
+    {
+        const FakeScope fake;
+        config = std::make_unique<std::vector<std::uint8_t>>(announcement.codecConfig);
+        info = std::make_unique<_tagMCNetStreamMediaInfo>();
+    }
     std::memset(info.get(), 0xEE, sizeof(*info)); // what is reserved is not 0
     info->streamType = announcement.streamType;
     info->mediaKind = announcement.mediaKind;

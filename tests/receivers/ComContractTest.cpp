@@ -1,0 +1,60 @@
+#include "ComContract.h"
+#include "ReceiverFixture.h"
+#include "TsOverUdpReceiver.h"
+
+// Receivers and factories as component objects. A factory answers its own interface alone beside IUnknown, a
+// receiver nothing else.
+
+namespace {
+
+template <class Factory>
+ComSubject factorySubject(const char* name, REFIID answered) {
+    std::vector<IID> refused{IID_IClassFactory};
+    for (const IID& iid : {IID_IKvRtspReceiverFactory, IID_IKvRtmpReceiverFactory, IID_IKvRtpReceiverFactory,
+                           IID_IKvTsOverUdpReceiverFactory}) {
+        if (iid != answered) {
+            refused.push_back(iid);
+        }
+    }
+    return {name,
+            []() -> IUnknown* {
+                HRESULT result = S_OK;
+                CKvUnknown* const factory = Factory::CreateInstance(nullptr, &result);
+                EXPECT_EQ(result, S_OK);
+                return static_cast<IUnknown*>([factory] {
+                    void* identity = nullptr;
+                    factory->NonDelegatingQueryInterface(IID_IUnknown, &identity);
+                    return identity;
+                }());
+            },
+            {answered},
+            refused};
+}
+
+ComSubject receiverSubject(const ReceiverKind& kind) {
+    return {std::string(kind.name) + "Receiver",
+            [&kind]() -> IUnknown* {
+                static RecordingDetector detector(nullptr, nullptr);
+                IKvNetworkReceiverController* receiver = nullptr;
+                const SettingsValues values{kind.url, nullptr, 0, 0};
+                EXPECT_EQ(kind.create(&values, &detector, &receiver), S_OK);
+                return receiver;
+            },
+            {},
+            {IID_IKvRtspReceiverFactory, IID_IClassFactory}};
+}
+
+using namespace KorvelVideo::Network;
+
+INSTANTIATE_TEST_SUITE_P(
+    Receivers, ComContract,
+    testing::Values(factorySubject<RtspReceiverFactory>("RtspReceiverFactory", IID_IKvRtspReceiverFactory),
+                    factorySubject<RtmpReceiverFactory>("RtmpReceiverFactory", IID_IKvRtmpReceiverFactory),
+                    factorySubject<RtpReceiverFactory>("RtpReceiverFactory", IID_IKvRtpReceiverFactory),
+                    factorySubject<TsOverUdpReceiverFactory>("TsOverUdpReceiverFactory",
+                                                             IID_IKvTsOverUdpReceiverFactory),
+                    receiverSubject(kRtsp), receiverSubject(kRtmp), receiverSubject(kRtp),
+                    receiverSubject(kTsOverUdp)),
+    nameOfSubject);
+
+} // namespace

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <array>
+#include <ostream>
+#include <string>
+
+#include "CKvUnknown.h"
+#include "HostSettings.h"
+#include "RtmpReceiverFactory.h"
+#include "RtpReceiverFactory.h"
+#include "RtspReceiverFactory.h"
+#include "TsOverUdpReceiverFactory.h"
+
+// The four kinds of receiver as rows of a table, each made through its factory.
+struct ReceiverKind {
+    const char* name;
+    const char* url;
+    const char* otherUrl;
+    HRESULT (*create)
+    (const SettingsValues*, IKvNetworkStreamDetectorCallback*, IKvNetworkReceiverController**);
+
+    friend std::ostream& operator<<(std::ostream& stream, const ReceiverKind& kind) {
+        return stream << kind.name;
+    }
+};
+
+// Null values give null settings.
+template <class Factory, class Settings>
+HRESULT createThroughFactory(const SettingsValues* values, IKvNetworkStreamDetectorCallback* callback,
+                             IKvNetworkReceiverController** receiver) {
+    HRESULT result = S_OK;
+    CKvUnknown* const object = Factory::CreateInstance(nullptr, &result);
+    if (object == nullptr) {
+        return result;
+    }
+    object->NonDelegatingAddRef();
+    Settings settings(values != nullptr ? *values : SettingsValues{});
+    result = static_cast<Factory*>(object)->CreateReceiver(values != nullptr ? &settings : nullptr, callback,
+                                                           receiver);
+    object->NonDelegatingRelease();
+    return result;
+}
+
+inline const std::array<ReceiverKind, 4> kReceiverKinds{{
+    {"Rtsp", "rtsp://host/a", "rtsp://host/b",
+     createThroughFactory<KorvelVideo::Network::RtspReceiverFactory, RtspSettings>},
+    {"Rtmp", "rtmp://host/a", "rtmp://host/b",
+     createThroughFactory<KorvelVideo::Network::RtmpReceiverFactory, RtmpSettings>},
+    {"Rtp", "rtp://host:5004", "rtp://host:5006",
+     createThroughFactory<KorvelVideo::Network::RtpReceiverFactory, RtpSettings>},
+    {"TsOverUdp", "udp://host:1234", "udp://host:1236",
+     createThroughFactory<KorvelVideo::Network::TsOverUdpReceiverFactory, TsOverUdpSettings>},
+}};
+
+inline const ReceiverKind& kRtsp = kReceiverKinds[0];
+inline const ReceiverKind& kRtmp = kReceiverKinds[1];
+inline const ReceiverKind& kRtp = kReceiverKinds[2];
+inline const ReceiverKind& kTsOverUdp = kReceiverKinds[3];
