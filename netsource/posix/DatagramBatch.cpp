@@ -43,6 +43,8 @@ std::size_t DatagramBatch::receive(DatagramSocket& socket, std::uint8_t* target,
         message.msg_iov = pieces.data() + first;
         message.msg_iovlen = pieces.size() - first;
     }
+    // UDP GRO was measured beside this: nothing won on loopback, a quarter at most behind an interface that
+    // coalesces, and messages of uneven size, which have to be copied together.
     // An error other than "nothing there" is one that an earlier datagram left behind (RFC 1122, 4.1.3.3); it
     // is cleared by being reported.
     const int received = recvmmsg(static_cast<int>(socket.handle()), to.messages.data(),

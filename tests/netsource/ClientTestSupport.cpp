@@ -180,20 +180,19 @@ socklen_t makeAddress(const std::string& text, std::uint16_t port, sockaddr_stor
 
 } // namespace
 
-Sender::Sender(const std::string& address, std::uint16_t port) : m_port(port), m_address(address) {
+Sender::Sender(const std::string& address, std::uint16_t port, const char* multicastInterface)
+    : m_port(port), m_address(address) {
     sockaddr_storage storage;
     makeAddress(address, port, storage);
     m_socket = socket(storage.ss_family, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    // Multicast stays on the loopback interface.
-    const unsigned loopback = if_nametoindex("lo");
+    const unsigned index = if_nametoindex(multicastInterface);
     ip_mreqn request{};
-    request.imr_ifindex = static_cast<int>(loopback);
-    const int result =
-        storage.ss_family == AF_INET6
-            ? setsockopt(m_socket, IPPROTO_IPV6, IPV6_MULTICAST_IF, &loopback, sizeof(loopback))
-            : setsockopt(m_socket, IPPROTO_IP, IP_MULTICAST_IF, &request, sizeof(request));
+    request.imr_ifindex = static_cast<int>(index);
+    const int result = storage.ss_family == AF_INET6
+                           ? setsockopt(m_socket, IPPROTO_IPV6, IPV6_MULTICAST_IF, &index, sizeof(index))
+                           : setsockopt(m_socket, IPPROTO_IP, IP_MULTICAST_IF, &request, sizeof(request));
     if (result != 0) {
-        throw std::runtime_error("the loopback interface cannot be chosen");
+        throw std::runtime_error("the interface cannot be chosen");
     }
 }
 

@@ -105,10 +105,10 @@ public:
     MainConcept::NetworkStreaming::SdkNetworkClient* client = nullptr;
 };
 
-// Sends datagrams to a local or multicast address.
+// Sends datagrams to a local address, or to a group over one interface.
 class Sender {
 public:
-    Sender(const std::string& address, std::uint16_t port);
+    Sender(const std::string& address, std::uint16_t port, const char* multicastInterface = "lo");
     Sender(const Sender&) = delete;
     Sender& operator=(const Sender&) = delete;
     ~Sender();

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "AllocationCounter.h"
 #include "ClientTestSupport.h"
 
 namespace {
@@ -75,5 +76,34 @@ INSTANTIATE_TEST_SUITE_P(
                     StreamCase{"RtpMixedSizes", "rtp://127.0.0.1:0", "127.0.0.1", true, {7, 5, 7, 20}},
                     StreamCase{"Rtp6", "rtp://[::1]:0", "::1", true, {7}}),
     [](const auto& row) { return std::string(row.param.name); });
+
+// From the allocator's first buffers on, a stream costs no allocation, plain or in RTP, in order.
+TEST(DatagramStreamCost, AllocatesNothingInSteadyState) {
+    for (const bool rtp : {false, true}) {
+        Receiver receiver;
+        ASSERT_EQ(receiver.init(rtp ? "rtp://127.0.0.1:0" : "udp://127.0.0.1:0"), keClientOk);
+        std::unique_ptr<AllocationCounter> counter;
+        std::atomic<std::uint64_t> allocations{~std::uint64_t{0}};
+        int calls = 0;
+        receiver.consumer().keeping = false;
+        receiver.consumer().onData = [&] {
+            if (++calls == 5) {
+                counter = std::make_unique<AllocationCounter>();
+            } else if (calls == 50) {
+                allocations = counter->count();
+            }
+        };
+        ASSERT_EQ(receiver.play(), keClientOk);
+        const Sender sender("127.0.0.1", receiver.port());
+        const Bytes payload = makeTransportPackets(0, 7);
+        std::uint16_t number = 0;
+        EXPECT_TRUE(waitFor([&] {
+            sender.send(rtp ? makeRtp(number++, payload) : payload);
+            return allocations != ~std::uint64_t{0};
+        }));
+        EXPECT_EQ(allocations, 0U);
+        receiver.close();
+    }
+}
 
 } // namespace
