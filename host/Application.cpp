@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <system_error>
 
-#include "CodecConfiguration.h"
+#include "AacConfiguration.h"
 
 namespace KorvelVideo::Host {
 
@@ -17,8 +17,8 @@ namespace {
 
 constexpr auto tickPeriod = std::chrono::seconds(1);
 
-ClassObject& codecConfigurationClass() {
-    static ClassObject classObject(CodecConfiguration::create);
+ClassObject& aacConfigurationClass() {
+    static ClassObject classObject(AacConfiguration::create);
     return classObject;
 }
 
@@ -27,7 +27,7 @@ ClassObject& codecConfigurationClass() {
 Application::Application(const Options& options, Terminal& terminal, StopRequest stopRequest)
     : m_options(options), m_terminal(terminal), m_stopRequest(std::move(stopRequest)) {
     CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-    CoRegisterClassObject(CLSID_KvAACCodecConfigDataAccess, &codecConfigurationClass(), CLSCTX_INPROC_SERVER,
+    CoRegisterClassObject(CLSID_KvAACCodecConfigDataAccess, &aacConfigurationClass(), CLSCTX_INPROC_SERVER,
                           REGCLS_MULTIPLEUSE, &m_configurationCookie);
 }
 

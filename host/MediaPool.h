@@ -16,7 +16,7 @@
 #include <span>
 #include <vector>
 
-#include "CodecConfiguration.h"
+#include "AacConfiguration.h"
 #include "ComObject.h"
 #include "KvAudioInterfaces.h"
 #include "KvVideoInterfaces.h"
@@ -34,7 +34,7 @@ public:
     [[nodiscard]] std::uint64_t timeStamp() const noexcept { return m_timeStamp; }
     [[nodiscard]] std::uint32_t capacity() const noexcept { return m_capacity; }
     // Audio: the configuration that the module attached; null for others.
-    [[nodiscard]] virtual CodecConfiguration* configuration() const noexcept { return nullptr; }
+    [[nodiscard]] virtual AacConfiguration* configuration() const noexcept { return nullptr; }
 
     // One reference more, one less.
     virtual void keep() noexcept = 0;
@@ -137,7 +137,7 @@ public:
         if (iid != IID_IKvAACCodecConfigDataAccess) {
             return E_NOINTERFACE;
         }
-        m_configuration = CodecConfiguration::from(object);
+        m_configuration = AacConfiguration::from(object);
         return m_configuration ? S_OK : E_INVALIDARG;
     }
     HRESULT GetBufferAndLength(std::uint8_t** buffer, std::uint32_t* length) override {
@@ -148,15 +148,13 @@ public:
         *length = m_size;
         return S_OK;
     }
-    [[nodiscard]] CodecConfiguration* configuration() const noexcept override {
-        return m_configuration.get();
-    }
+    [[nodiscard]] AacConfiguration* configuration() const noexcept override { return m_configuration.get(); }
 
 private:
     friend MediaPool<AudioSamples>;
     void forget() noexcept { m_configuration.reset(); }
 
-    Reference<CodecConfiguration> m_configuration;
+    Reference<AacConfiguration> m_configuration;
 };
 
 template <class Buffer>

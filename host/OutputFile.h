@@ -61,7 +61,7 @@ private:
     std::atomic<std::uint64_t> m_writtenBytes{0};
     std::atomic<std::uint64_t> m_lostUnits{0};
 
-    Reference<CodecConfiguration> m_configuration; // that of m_adts
+    Reference<AacConfiguration> m_configuration; // that of m_adts
     std::optional<AdtsHeader> m_adts;
 
     mutable std::mutex m_lock;

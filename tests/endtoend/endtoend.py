@@ -22,6 +22,7 @@ import time
 SKIPPED = 77
 RECEIVE_BOUND = 60  # seconds that a run of kvreceive may take
 RTSP_SERVER = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "tools", "rtsp_server.py")
+SYSTEM_PYTHON = "/usr/bin/python3"  # the one that the packages of GStreamer's bindings belong to
 TS_PACKET = 188
 DATAGRAM = 7 * TS_PACKET
 
@@ -142,7 +143,8 @@ class Receiver:
         self.await_line(name, lambda line: line.get("name") == name)
 
     def stop(self):
-        self.process.send_signal(signal.SIGINT)
+        if self.process.poll() is None:
+            self.process.send_signal(signal.SIGINT)
 
     def finish(self, *exit_codes):
         try:
@@ -186,11 +188,12 @@ def frame_sums(path, *arguments):
     """The checksum of each frame or packet, in order."""
     result = subprocess.run(["ffmpeg", "-nostdin", "-loglevel", "error", "-i", path, *arguments, "-f",
                              "framemd5", "-"], check=True, timeout=60, capture_output=True, text=True)
-    return [line.split(",")[-1].strip() for line in result.stdout.splitlines() if not line.startswith("#")]
+    return [line.split(",")[5].strip() for line in result.stdout.splitlines() if not line.startswith("#")]
 
 
-def check_media(receiver, clip, is_whole):
-    """Pictures as decoded and audio access units as packets equal the clip's: all of them, or a run."""
+def check_media(receiver, clip, lacks_last=False):
+    """Pictures as decoded and audio access units as packets equal the clip's: all of them, or all but the last one
+    sent, which is no longer delivered once a connection is lost. That may be one of the last three shown."""
     compared = {
         "pictures": (frame_sums(clip, "-map", "0:v"),
                      frame_sums(receiver.file_of("h264"), "-map", "0:v")),
@@ -199,12 +202,9 @@ def check_media(receiver, clip, is_whole):
                                           "aac_adtstoasc")),
     }
     for name, (sent, received) in compared.items():
-        if is_whole:
-            check(received == sent, f"{name}: {len(received)} of {len(sent)} received, or not the same")
-            continue
-        check(len(received) >= 25, f"{name}: only {len(received)} of {len(sent)}")
-        starts = [i for i in range(len(sent)) if sent[i:i + len(received)] == received]
-        check(starts, f"{name}: the {len(received)} received are no run of the {len(sent)} sent")
+        if lacks_last and len(received) == len(sent) - 1:
+            received, sent = received[:-2], sent[:-3]
+        check(received == sent, f"{name}: {len(received)} of {len(sent)} received, or not the same")
 
 
 class Relay:
@@ -276,18 +276,16 @@ def case_ts_rtp(folder):
 
 def case_rtsp(folder):
     need("ffmpeg")
-    try:
-        import gi
-        gi.require_version("GstRtspServer", "1.0")
-    except (ImportError, ValueError):
-        raise Skip("GStreamer's RTSP server (gir1.2-gst-rtsp-server-1.0) is not installed") from None
+    probe = 'import gi; gi.require_version("GstRtspServer", "1.0")'
+    if subprocess.run([SYSTEM_PYTHON, "-c", probe], capture_output=True, check=False).returncode != 0:
+        raise Skip("GStreamer's RTSP server (python3-gi, gir1.2-gst-rtsp-server-1.0) is not installed")
     clip = make_clip(folder, "mkv")
     port = free_port()
-    with Program(sys.executable, RTSP_SERVER, str(port), clip, stdout=subprocess.PIPE) as server:
+    with Program(SYSTEM_PYTHON, RTSP_SERVER, str(port), clip, stdout=subprocess.PIPE) as server:
         check(server.process.stdout.readline() == b"ready\n", "the RTSP server did not start")
         with Receiver(folder, f"rtsp://127.0.0.1:{port}/clip") as receiver:
             receiver.finish(0)
-            check_media(receiver, clip, is_whole=True)
+            check_media(receiver, clip)
 
 
 def case_rtmp(folder):
@@ -299,7 +297,7 @@ def case_rtmp(folder):
         time.sleep(1)  # it says nothing when it listens
         with Receiver(folder, url) as receiver:
             receiver.finish(0, 5)
-            check_media(receiver, clip, is_whole=True)
+            check_media(receiver, clip, lacks_last=receiver.process.returncode == 5)
 
 
 def case_rtp_description(folder):
@@ -309,18 +307,21 @@ def case_rtp_description(folder):
     description = os.path.join(folder, "clip.sdp")
     outputs = ["-c", "copy", "-map", "0:v", "-f", "rtp", f"rtp://127.0.0.1:{port}",
                "-c", "copy", "-map", "0:a", "-f", "rtp", f"rtp://127.0.0.1:{port + 2}"]
-    with ffmpeg("-i", clip, "-t", "0.1", *outputs[:6], "-t", "0.1", *outputs[6:], "-sdp_file",
-                description) as writer:
+    # A first short run writes the description, to standard output too.
+    with Program("ffmpeg", "-nostdin", "-loglevel", "error", "-i", clip, "-t", "0.1", *outputs[:6], "-t", "0.1",
+                 *outputs[6:], "-sdp_file", description, stdout=subprocess.DEVNULL) as writer:
         writer.process.wait(20)
     with Receiver(folder, description) as receiver:
         receiver.await_streams(2)
-        with ffmpeg("-re", "-i", clip, *outputs) as sender:
-            receiver.await_status("KV_S_STREAM_ACTIVE")
+        with Program("ffmpeg", "-nostdin", "-loglevel", "error", "-re", "-i", clip, *outputs,
+                     stdout=subprocess.DEVNULL) as sender:
             sender.process.wait(30)
-        time.sleep(1)
+        # Over once both streams have ended (the sender says so) or fallen silent.
+        receiver.await_line("the end of both", lambda _: receiver.process.poll() is not None or 2 <= sum(
+            line["name"] in ("KV_S_STREAM_SILENT", "KV_S_STREAM_ENDED") for line in receiver.of_type("status")))
         receiver.stop()
-        receiver.finish(0, 5)
-        check_media(receiver, clip, is_whole=False)
+        receiver.finish(0)
+        check_media(receiver, clip)
 
 
 def case_redirect(folder):

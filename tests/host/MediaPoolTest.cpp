@@ -68,7 +68,7 @@ TEST(MediaPool, KeepsALimitedAmountForLater) {
 
 TEST(MediaPool, SamplesCarryTheConfigurationUntilTheyComeBack) {
     Reference<IKvAACCodecConfigDataAccess> configuration;
-    ASSERT_EQ(CodecConfiguration::create(IID_IKvAACCodecConfigDataAccess, configuration.receiveVoid()), S_OK);
+    ASSERT_EQ(AacConfiguration::create(IID_IKvAACCodecConfigDataAccess, configuration.receiveVoid()), S_OK);
     std::vector<std::uint8_t> bytes{0x11, 0x90};
     const SKvCodecConfigData data{sizeof(SKvCodecConfigData), 2, bytes.data()};
     ASSERT_EQ(configuration->SetCodecConfigData(&data), S_OK);
@@ -93,9 +93,9 @@ TEST(MediaPool, SamplesCarryTheConfigurationUntilTheyComeBack) {
     again->Release();
 }
 
-TEST(CodecConfiguration, RefusesWhatIsNoRecord) {
+TEST(AacConfiguration, RefusesWhatIsNoRecord) {
     Reference<IKvAACCodecConfigDataAccess> configuration;
-    ASSERT_EQ(CodecConfiguration::create(IID_IKvAACCodecConfigDataAccess, configuration.receiveVoid()), S_OK);
+    ASSERT_EQ(AacConfiguration::create(IID_IKvAACCodecConfigDataAccess, configuration.receiveVoid()), S_OK);
     EXPECT_EQ(configuration->SetCodecConfigData(nullptr), KV_E_INVALID_POINTER);
     const SKvCodecConfigData wrongSize{15, 0, nullptr};
     EXPECT_EQ(configuration->SetCodecConfigData(&wrongSize), KV_E_INVALID_PARAMETER);

@@ -151,7 +151,7 @@ TEST(OutputWriter, FramesAudio) {
     const TemporaryFolder folder;
     MediaPool<AudioSamples> pool;
     Reference<IKvAACCodecConfigDataAccess> configuration;
-    ASSERT_EQ(CodecConfiguration::create(IID_IKvAACCodecConfigDataAccess, configuration.receiveVoid()), S_OK);
+    ASSERT_EQ(AacConfiguration::create(IID_IKvAACCodecConfigDataAccess, configuration.receiveVoid()), S_OK);
     const std::uint8_t bytes[] = {0x11, 0x90};
     const SKvCodecConfigData data{sizeof(SKvCodecConfigData), 2, bytes};
     configuration->SetCodecConfigData(&data);

@@ -12,13 +12,13 @@
 
 namespace KorvelVideo::Host {
 
-class CodecConfiguration final : public CountedObject<IKvAACCodecConfigDataAccess> {
+class AacConfiguration final : public CountedObject<IKvAACCodecConfigDataAccess> {
 public:
     // Makes an object and stores its interface `iid` with one reference.
     static HRESULT create(REFIID iid, void** object) noexcept;
 
     // The object behind an interface that the module attached; null when it is none of this class.
-    static Reference<CodecConfiguration> from(IUnknown* object) noexcept;
+    static Reference<AacConfiguration> from(IUnknown* object) noexcept;
 
     HRESULT QueryInterface(REFIID iid, void** object) override;
 
@@ -28,7 +28,7 @@ public:
     [[nodiscard]] std::span<const std::uint8_t> bytes() const noexcept { return m_bytes; }
 
 private:
-    CodecConfiguration() noexcept : CountedObject(IID_IKvAACCodecConfigDataAccess) {}
+    AacConfiguration() noexcept : CountedObject(IID_IKvAACCodecConfigDataAccess) {}
 
     std::vector<std::uint8_t> m_bytes;
 };

@@ -1,4 +1,4 @@
-#include "CodecConfiguration.h"
+#include "AacConfiguration.h"
 
 #include <memory>
 #include <new>
@@ -15,8 +15,8 @@ constexpr IID iidOwnClass{0x8F2C1E57, 0x3B1A, 0x4B0E, {0x9C, 0x55, 0x2F, 0x6B, 0
 
 } // namespace
 
-HRESULT CodecConfiguration::create(REFIID iid, void** object) noexcept {
-    auto* configuration = new (std::nothrow) CodecConfiguration;
+HRESULT AacConfiguration::create(REFIID iid, void** object) noexcept {
+    auto* configuration = new (std::nothrow) AacConfiguration;
     if (configuration == nullptr) {
         return E_OUTOFMEMORY;
     }
@@ -25,16 +25,16 @@ HRESULT CodecConfiguration::create(REFIID iid, void** object) noexcept {
     return result;
 }
 
-Reference<CodecConfiguration> CodecConfiguration::from(IUnknown* object) noexcept {
-    Reference<CodecConfiguration> configuration;
+Reference<AacConfiguration> AacConfiguration::from(IUnknown* object) noexcept {
+    Reference<AacConfiguration> configuration;
     void* own = nullptr;
     if (object != nullptr && SUCCEEDED(object->QueryInterface(iidOwnClass, &own))) {
-        *configuration.receive() = static_cast<CodecConfiguration*>(own);
+        *configuration.receive() = static_cast<AacConfiguration*>(own);
     }
     return configuration;
 }
 
-HRESULT CodecConfiguration::QueryInterface(REFIID iid, void** object) {
+HRESULT AacConfiguration::QueryInterface(REFIID iid, void** object) {
     if (object != nullptr && iid == iidOwnClass) {
         AddRef();
         *object = this;
@@ -43,7 +43,7 @@ HRESULT CodecConfiguration::QueryInterface(REFIID iid, void** object) {
     return CountedObject::QueryInterface(iid, object);
 }
 
-HRESULT CodecConfiguration::SetCodecConfigData(const SKvCodecConfigData* data) {
+HRESULT AacConfiguration::SetCodecConfigData(const SKvCodecConfigData* data) {
     if (data == nullptr) {
         return KV_E_INVALID_POINTER;
     }
