@@ -86,8 +86,6 @@ ClientStatus statusOf(int error) noexcept {
         return keClientAccessDenied;
     case AVERROR_HTTP_NOT_FOUND:
         return keClientNotFound;
-    case AVERROR_EOF:
-        return keClientDisconnected;
     default:
         return keClientConnectionFailed;
     }
@@ -123,6 +121,7 @@ void LibavInput::ContextDeleter::operator()(AVFormatContext* context) const noex
 LibavInput::~LibavInput() {
     const LibavLogScope log(m_observations);
     m_stop = nullptr;
+    m_stopped = m_timedOut = false;
     m_deadline = Clock::now() + kClosePatience;
     m_context.reset();
 }
@@ -132,12 +131,10 @@ int LibavInput::interruptCallback(void* opaque) noexcept {
 }
 
 bool LibavInput::mustStop() noexcept {
-    if (m_observations.redirects > kMostRedirects || m_observations.descriptionTooLong ||
-        Clock::now() >= m_deadline) {
-        return true;
-    }
+    m_timedOut = m_timedOut || Clock::now() >= m_deadline;
     m_stopped = m_stopped || (m_stop && m_stop());
-    return m_stopped;
+    return m_stopped || m_timedOut || m_observations.descriptionTooLong ||
+           m_observations.redirects > kMostRedirects;
 }
 
 ClientStatus LibavInput::open(const Request& request, TimePoint deadline, StopTest stop) {
@@ -209,7 +206,7 @@ ClientStatus LibavInput::failed(int error) {
         m_failure = "the server redirects again and again";
         return keClientConnectionFailed;
     }
-    if (error == AVERROR_EXIT || mustStop()) {
+    if (m_stopped || m_timedOut) {
         m_failure = m_stopped ? "stopped" : "timed out";
         return m_stopped ? keClientDisconnected : keClientTimedOut;
     }

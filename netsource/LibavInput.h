@@ -73,6 +73,7 @@ private:
     StopTest m_stop;
     TimePoint m_deadline = TimePoint::max();
     bool m_stopped = false;
+    bool m_timedOut = false;
     std::string m_failure;
     std::unique_ptr<AVFormatContext, ContextDeleter> m_context;
 };

@@ -82,11 +82,6 @@ bool LibavReception::complete() const {
     return any;
 }
 
-bool LibavReception::nothingToReceive() const {
-    return std::none_of(m_streams.begin(), m_streams.end(),
-                        [](const Stream& stream) { return stream.translator != nullptr; });
-}
-
 // RTSP and descriptions know their streams from the start. A transport stream tells all of them in its first
 // program map, but the codec of some only by their data; FLV finds streams one by one.
 bool LibavReception::mayFindMore() const {
@@ -99,6 +94,11 @@ bool LibavReception::mayFindMore() const {
     return findsStreams || findsCodecs;
 }
 
+bool LibavReception::nothingToReceive() const {
+    return !mayFindMore() && std::none_of(m_streams.begin(), m_streams.end(),
+                                          [](const Stream& stream) { return stream.translator != nullptr; });
+}
+
 ClientStatus LibavReception::describe(LibavInput::TimePoint deadline, const LibavInput::StopTest& stop) {
     using Clock = std::chrono::steady_clock;
     takeNewStreams();
@@ -107,7 +107,7 @@ ClientStatus LibavReception::describe(LibavInput::TimePoint deadline, const Liba
     LibavInput::ReadResult result = LibavInput::ReadResult::packet;
     std::size_t keptBytes = 0;
     while (result == LibavInput::ReadResult::packet && keptBytes < kMostKeptBytes && !stopOrEnough()) {
-        if (!mayFindMore() && (complete() || nothingToReceive())) {
+        if ((complete() && !mayFindMore()) || nothingToReceive()) {
             break;
         }
         if (complete() && enough == deadline) {
@@ -136,16 +136,16 @@ ClientStatus LibavReception::described(LibavInput::ReadResult result, bool stopp
         m_failure = "stopped";
         return keClientDisconnected;
     }
-    if (complete() || (m_gotPackets && !nothingToReceive())) {
+    if (nothingToReceive()) {
+        m_failure = "the sender has no H.264 or AAC stream";
+        return keClientNotSupported;
+    }
+    if (complete() || (m_gotPackets && !m_streams.empty())) {
         return keClientOk;
     }
     if (result == LibavInput::ReadResult::disconnected || result == LibavInput::ReadResult::endOfStream) {
         m_failure = "the sender ended before its streams were known";
         return keClientDisconnected;
-    }
-    if (!m_streams.empty() && nothingToReceive()) {
-        m_failure = "the sender has no H.264 or AAC stream";
-        return keClientNotSupported;
     }
     m_failure = "no data came";
     return keClientTimedOut;

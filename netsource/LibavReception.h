@@ -17,13 +17,15 @@ class LibavReception {
 public:
     [[nodiscard]] LibavInput& input() noexcept { return m_input; }
 
-    // Reads until the configuration of every stream is known, or to `deadline`; what was read is kept for
-    // `receive`. keClientOk when there is something to
+    // Reads until the configuration of every stream is known, or to `deadline` (which may have passed: then
+    // nothing is read); what was read is kept for `receive`. keClientOk when there is something to
     // announce, else what is wrong, with the words in `failure()`.
     [[nodiscard]] ClientStatus describe(LibavInput::TimePoint deadline, const LibavInput::StopTest& stop);
     [[nodiscard]] const std::string& failure() const noexcept { return m_failure; }
     // No more needs to be read before the streams can be announced.
     [[nodiscard]] bool complete() const;
+    // There is no H.264 and no AAC, and none can come.
+    [[nodiscard]] bool nothingToReceive() const;
     // The streams that are received, in the demuxer's order. Logs those that are left out.
     [[nodiscard]] std::vector<ElementaryStream> announcements();
     [[nodiscard]] bool gotPackets() const noexcept { return m_gotPackets; }
@@ -44,7 +46,6 @@ private:
     };
 
     void takeNewStreams();
-    [[nodiscard]] bool nothingToReceive() const;
     [[nodiscard]] bool mayFindMore() const;
     [[nodiscard]] ClientStatus described(LibavInput::ReadResult result, bool stopped);
     void attachNewStreams();

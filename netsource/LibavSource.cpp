@@ -191,10 +191,9 @@ LibavSource::Description LibavSource::describeInput(const SourceParameters& para
         result.failure = reception->input().failure();
         return result;
     }
-    if (purpose == Purpose::play) {
-        result.status = reception->describe(deadline - kAnnouncingTime, stop);
-        result.failure = reception->failure();
-    }
+    result.status =
+        reception->describe(purpose == Purpose::play ? deadline - kAnnouncingTime : Clock::now(), stop);
+    result.failure = reception->failure();
     if (result.status == keClientOk) {
         result.streams = reception->announcements();
         result.reception = std::move(reception);
@@ -208,10 +207,10 @@ LibavSource::Description LibavSource::describe(const SourceParameters& parameter
     }
     if (m_protocol == Protocol::rtsp) {
         Description fromServer = describeInput(parameters, Purpose::describe, deadline);
-        if (fromServer.status != keClientOk || fromServer.reception->complete()) {
+        const bool lacksConfiguration = fromServer.status == keClientTimedOut && Clock::now() < deadline;
+        if (!lacksConfiguration) {
             return fromServer;
         }
-        fromServer.reception.reset(); // ends the session at the server before the next one begins
     }
     return describeInput(parameters, Purpose::play, deadline);
 }

@@ -17,28 +17,6 @@ namespace {
 using namespace MainConcept::NetworkStreaming;
 using namespace std::chrono_literals;
 
-#define KV_NEED(condition, what)                                                                             \
-    if (!(condition)) {                                                                                      \
-        GTEST_SKIP() << "needs " << (what);                                                                  \
-    }
-
-const std::string kRtspServer = KV_TEST_TOOLS "/rtsp_server.py";
-
-// A source with its streams announced and, after `start`, its data recorded.
-struct Receiver {
-    explicit Receiver(const std::string& address) : source(makeLibavSource(address)) {}
-    Receiver(const Receiver&) = delete;
-    Receiver& operator=(const Receiver&) = delete;
-    ~Receiver() { source->stop(); }
-
-    ClientStatus open() { return source->open(parameters, Clock::now() + 10s); }
-    ClientStatus start() { return source->start(parameters, sink); }
-
-    std::shared_ptr<Source> source;
-    std::shared_ptr<RecordingSink> sink = std::make_shared<RecordingSink>();
-    SourceParameters parameters;
-};
-
 std::ptrdiff_t streamOfType(const Source& source, std::uint32_t type) {
     for (std::size_t i = 0; i < source.streams().size(); ++i) {
         if (source.streams()[i].streamType == type) {
@@ -121,10 +99,6 @@ void expectClip(const Receiver& receiver, const Clip& clip, Extent extent = Exte
     expectDecodableAnywhere(video);
     expectFrames(repeated(clip.pictures, times), slices(video), extent, 0);
     expectFrames(repeated(clip.audioFrames, times), payloads(audio), extent, 2);
-}
-
-std::string loopbackUrl(const std::string& scheme, std::uint16_t port, const std::string& path) {
-    return scheme + "://127.0.0.1:" + std::to_string(port) + path;
 }
 
 struct RtspCase {
@@ -255,10 +229,6 @@ TEST(LibavDescriptionTest, ReceivesWhatFfmpegSends) {
     ASSERT_TRUE(receiver.sink->waitForEnd(10s));
     EXPECT_EQ(SourceEnd::endOfStream, receiver.sink->ended());
     expectClip(receiver, *sent);
-}
-
-std::string description(const std::string& media) {
-    return "v=0\r\no=- 0 0 IN IP4 127.0.0.1\r\ns=-\r\nc=IN IP4 127.0.0.1\r\nt=0 0\r\n" + media;
 }
 
 TEST(LibavDescriptionTest, FindsParameterSetsInWhatGStreamerSends) {

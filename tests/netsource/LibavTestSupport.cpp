@@ -410,4 +410,12 @@ std::string rtspReply(const std::string& request, const std::string& status, con
            (body.empty() ? "" : "Content-Length: " + std::to_string(body.size()) + "\r\n") + "\r\n" + body;
 }
 
+std::string loopbackUrl(const std::string& scheme, std::uint16_t port, const std::string& path) {
+    return scheme + "://127.0.0.1:" + std::to_string(port) + path;
+}
+
+std::string description(const std::string& media) {
+    return "v=0\r\no=- 0 0 IN IP4 127.0.0.1\r\ns=-\r\nc=IN IP4 127.0.0.1\r\nt=0 0\r\n" + media;
+}
+
 } // namespace KorvelVideo::NetworkSource::test

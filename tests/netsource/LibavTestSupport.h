@@ -15,7 +15,12 @@
 #include <thread>
 #include <vector>
 
-#include "Source.h"
+#include "LibavSource.h"
+
+#define KV_NEED(condition, what)                                                                             \
+    if (!(condition)) {                                                                                      \
+        GTEST_SKIP() << "needs " << (what);                                                                  \
+    }
 
 namespace KorvelVideo::NetworkSource::test {
 
@@ -140,5 +145,27 @@ bool sendText(int connection, const std::string& text);
 // An RTSP reply with the request's sequence number.
 [[nodiscard]] std::string rtspReply(const std::string& request, const std::string& status,
                                     const std::string& headers = "", const std::string& body = "");
+
+// A source with its streams announced and, after `start`, its data recorded.
+struct Receiver {
+    explicit Receiver(const std::string& address) : source(makeLibavSource(address)) {}
+    Receiver(const Receiver&) = delete;
+    Receiver& operator=(const Receiver&) = delete;
+    ~Receiver() { source->stop(); }
+
+    ClientStatus open() { return source->open(parameters, Clock::now() + std::chrono::seconds(10)); }
+    ClientStatus start() { return source->start(parameters, sink); }
+
+    std::shared_ptr<Source> source;
+    std::shared_ptr<RecordingSink> sink = std::make_shared<RecordingSink>();
+    SourceParameters parameters;
+};
+
+// A URL on loopback.
+[[nodiscard]] std::string loopbackUrl(const std::string& scheme, std::uint16_t port, const std::string& path);
+// A session description on loopback with these media lines.
+[[nodiscard]] std::string description(const std::string& media);
+// The script of the RTSP server.
+inline const std::string kRtspServer = KV_TEST_TOOLS "/rtsp_server.py";
 
 } // namespace KorvelVideo::NetworkSource::test
