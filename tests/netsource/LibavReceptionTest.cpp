@@ -1,9 +1,10 @@
 // Elementary streams from real senders equal what was sent.
 
 #include <algorithm>
-#include <csignal>
 #include <fstream>
 #include <future>
+#include <regex>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -110,9 +111,9 @@ struct RtspCase {
     bool localPort;
 };
 
-class LibavRtspTest : public testing::TestWithParam<RtspCase> {};
+class LibavRtspServerTest : public testing::TestWithParam<RtspCase> {};
 
-TEST_P(LibavRtspTest, ReceivesWhatTheServerSends) {
+TEST_P(LibavRtspServerTest, ReceivesWhatTheServerSends) {
     const RtspCase& row = GetParam();
     const Clip* const sent = clip();
     KV_NEED(sent != nullptr, "ffmpeg with libx264");
@@ -131,19 +132,66 @@ TEST_P(LibavRtspTest, ReceivesWhatTheServerSends) {
     receiver.parameters.interleavedFallback = row.fallback;
     receiver.parameters.localPort = row.localPort ? freeUdpPorts(4) : std::uint16_t{0};
     ASSERT_EQ(keClientOk, receiver.start());
+    if (row.localPort) {
+        ASSERT_TRUE(receiver.sink->waitForUnits(0, 1, 5s));
+        for (std::uint16_t i = 0; i < 4; ++i) {
+            EXPECT_FALSE(udpPortIsFree(static_cast<std::uint16_t>(receiver.parameters.localPort + i)));
+        }
+    }
     ASSERT_TRUE(receiver.sink->waitForEnd(10s));
     EXPECT_EQ(SourceEnd::endOfStream, receiver.sink->ended());
     expectClip(receiver, *sent);
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Servers, LibavRtspTest,
+    Servers, LibavRtspServerTest,
     testing::Values(RtspCase{"Udp", "/clip", "any", nullptr, false, false},
                     RtspCase{"UdpOnChosenPorts", "/clip", "any", nullptr, true, true},
                     RtspCase{"UdpRefusedFallsBackToTcp", "/clip", "tcp", nullptr, true, false},
                     RtspCase{"DigestAuthentication", "/clip", "any", "viewer", true, false},
                     RtspCase{"ParameterSetsInBandOnly", "/bare", "any", nullptr, true, false}),
     [](const auto& row) { return row.param.name; });
+
+// Passes RTSP on to the server on `port`, but gives it ports of the client's that nobody listens on, as a
+// firewall would have it.
+ScriptedServer::Script relayWithoutUdp(std::uint16_t port) {
+    return [port](int client) {
+        const int server = connectTo(port);
+        const auto rewrite = [](const std::string& text) {
+            // Of the same length, so that the request stays whole.
+            const std::string pass = std::regex_replace(text, std::regex("client_port=[0-9]{5}-[0-9]{5}"),
+                                                        "client_port=64998-64999");
+            return std::regex_replace(pass, std::regex("client_port=[0-9]{4}-[0-9]{4}\\b"),
+                                      "client_port=6498-6499");
+        };
+        relay(client, server, rewrite);
+        close(server);
+    };
+}
+
+TEST(LibavRtspTest, FallsBackToTcpWhenNothingArrivesOverUdp) {
+    const Clip* const sent = clip();
+    KV_NEED(sent != nullptr, "ffmpeg with libx264");
+    const std::uint16_t port = freeTcpPort();
+    ChildProcess server({kRtspServer, std::to_string(port), sent->file});
+    KV_NEED(server.waitForOutput("ready", 10s), "python3-gi and gir1.2-gst-rtsp-server-1.0");
+    const ScriptedServer firewall(relayWithoutUdp(port));
+    for (const bool mayFallBack : {false, true}) {
+        Receiver receiver(loopbackUrl("rtsp", firewall.port(), "/clip"));
+        ASSERT_EQ(keClientOk, receiver.open());
+        const std::vector<ElementaryStream> announced = receiver.source->streams();
+        receiver.parameters.interleavedFallback = mayFallBack;
+        const auto start = Clock::now();
+        ASSERT_EQ(keClientOk, receiver.start());
+        EXPECT_EQ(mayFallBack, receiver.sink->waitForUnits(0, 1, 4500ms));
+        if (mayFallBack) {
+            EXPECT_GE(Clock::now() - start, 3s);
+            ASSERT_TRUE(receiver.sink->waitForEnd(10s));
+            EXPECT_EQ(announced.size(), receiver.source->streams().size());
+            expectClip(receiver, *sent);
+        }
+    }
+}
 
 TEST(LibavRtmpTest, ReceivesWhatFfmpegServesFromTheStart) {
     // With B pictures, so that decoding and presentation times differ.

@@ -221,15 +221,30 @@ std::uint16_t freeUdpPorts(unsigned count) {
     return 0;
 }
 
+bool udpPortIsFree(std::uint16_t port) {
+    const int handle = boundSocket(SOCK_DGRAM, port);
+    if (handle >= 0) {
+        close(handle);
+    }
+    return handle >= 0;
+}
+
+int connectTo(std::uint16_t port) {
+    const int handle = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const sockaddr_in address = loopback(port);
+    if (connect(handle, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+        close(handle);
+        return -1;
+    }
+    return handle;
+}
+
 bool waitForTcpPort(std::uint16_t port, std::chrono::milliseconds limit) {
     const auto end = Clock::now() + limit;
     while (Clock::now() < end) {
-        const int handle = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        const sockaddr_in address = loopback(port);
-        const bool connected =
-            connect(handle, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
-        close(handle);
-        if (connected) {
+        const int handle = connectTo(port);
+        if (handle >= 0) {
+            close(handle);
             return true;
         }
         std::this_thread::sleep_for(20ms);
@@ -399,6 +414,26 @@ bool sendText(int connection, const std::string& text) {
         sent += static_cast<std::size_t>(count);
     }
     return true;
+}
+
+void relay(int client, int server, const std::function<std::string(std::string)>& rewrite) {
+    std::array<pollfd, 2> sides{{{client, POLLIN, 0}, {server, POLLIN, 0}}};
+    std::array<char, 65536> buffer{};
+    while (poll(sides.data(), sides.size(), 10'000) > 0) {
+        for (std::size_t i = 0; i < sides.size(); ++i) {
+            if (sides[i].revents == 0) {
+                continue;
+            }
+            const ssize_t count = recv(sides[i].fd, buffer.data(), buffer.size(), 0);
+            if (count <= 0) {
+                return;
+            }
+            const std::string text(buffer.data(), static_cast<std::size_t>(count));
+            if (!sendText(sides[1 - i].fd, i == 0 ? rewrite(text) : text)) {
+                return;
+            }
+        }
+    }
 }
 
 std::string rtspReply(const std::string& request, const std::string& status, const std::string& headers,

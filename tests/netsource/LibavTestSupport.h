@@ -83,6 +83,9 @@ private:
 // A port that nothing has, for TCP or as the first of `count` neighbouring ones for UDP.
 [[nodiscard]] std::uint16_t freeTcpPort();
 [[nodiscard]] std::uint16_t freeUdpPorts(unsigned count);
+[[nodiscard]] bool udpPortIsFree(std::uint16_t port);
+// A connection to the port on loopback; -1 when it is refused.
+[[nodiscard]] int connectTo(std::uint16_t port);
 // A connection is accepted there before `limit`.
 bool waitForTcpPort(std::uint16_t port, std::chrono::milliseconds limit);
 
@@ -142,6 +145,8 @@ private:
 // Of use to scripts: the request up to its empty line (empty at the end of the connection), and a reply.
 [[nodiscard]] std::string readRequest(int connection);
 bool sendText(int connection, const std::string& text);
+// Passes on what either side sends, to `server` rewritten, until one closes.
+void relay(int client, int server, const std::function<std::string(std::string)>& rewrite);
 // An RTSP reply with the request's sequence number.
 [[nodiscard]] std::string rtspReply(const std::string& request, const std::string& status,
                                     const std::string& headers = "", const std::string& body = "");
