@@ -8,7 +8,6 @@ namespace KorvelVideo::NetworkSource {
 
 namespace {
 
-constexpr std::array<std::uint8_t, 4> kStartCode{0, 0, 0, 1};
 // Far above what encoders make; bounds what a hostile sender can have kept.
 constexpr std::size_t kLargestParameterSet = 4096;
 constexpr std::int32_t kSequenceSets = 32; // ISO/IEC 14496-10, 7.4.2.1.1

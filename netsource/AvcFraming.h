@@ -4,6 +4,7 @@
 // start codes (ISO/IEC 14496-10 Annex B), parameter sets before every IDR picture. Nothing here copies
 // payload: an access unit becomes a list of pieces that point into the received bytes.
 
+#include <array>
 #include <bitset>
 #include <cstddef>
 #include <cstdint>
@@ -14,6 +15,8 @@
 namespace KorvelVideo::NetworkSource {
 
 using Bytes = std::span<const std::uint8_t>;
+
+inline constexpr std::array<std::uint8_t, 4> kStartCode{0, 0, 0, 1};
 
 // nal_unit_type, ISO/IEC 14496-10 table 7-1.
 enum NalUnitType : std::uint8_t {

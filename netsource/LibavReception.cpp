@@ -59,6 +59,12 @@ void LibavReception::takeNewStreams() {
         m_streams.push_back({nullptr, AV_CODEC_ID_NONE, std::nullopt, isContainer,
                              CounterUnwrapper(static_cast<unsigned>(stream.pts_wrap_bits))});
     }
+    // RTP payloads are taken as they come: libavcodec's parser would gather each access unit once more,
+    // however large a sender makes it, and hold it until the next one begins.
+    if (!m_streams.empty() && std::none_of(m_streams.begin(), m_streams.end(),
+                                           [](const Stream& stream) { return stream.inContainer; })) {
+        m_input.context().flags |= AVFMT_FLAG_NOPARSE | AVFMT_FLAG_NOFILLIN;
+    }
     for (std::size_t i = 0; i < m_streams.size(); ++i) {
         // In a transport stream the data may come before the program map says what they are.
         const AVCodecParameters& codec = *context.streams[i]->codecpar;
@@ -201,8 +207,9 @@ MediaPacket LibavReception::mediaPacket(const AVPacket& packet) {
     const AVRational timeBase = m_input.context().streams[index]->time_base;
     MediaPacket media;
     media.data = {packet.data, static_cast<std::size_t>(packet.size)};
+    media.isFragment = !m_streams[index].inContainer;
     const std::int64_t time =
-        m_streams[index].decodingTimes && packet.dts != AV_NOPTS_VALUE ? packet.dts : packet.pts;
+        m_streams[index].inContainer && packet.dts != AV_NOPTS_VALUE ? packet.dts : packet.pts;
     if (time != AV_NOPTS_VALUE) {
         media.time = av_rescale_q(m_streams[index].time.unwrap(time), timeBase, kStampUnit);
     }
@@ -259,6 +266,14 @@ LibavInput::ReadResult LibavReception::receive(SourceSink& sink, SourceCounters&
     deliver(*m_packet, sink, counters);
     av_packet_unref(m_packet.get());
     return LibavInput::ReadResult::packet;
+}
+
+void LibavReception::finish(SourceSink& sink) {
+    for (const Stream& stream : m_streams) {
+        if (stream.translator && stream.announced) {
+            stream.translator->finish(*stream.announced, sink);
+        }
+    }
 }
 
 } // namespace KorvelVideo::NetworkSource

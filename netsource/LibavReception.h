@@ -32,16 +32,20 @@ public:
 
     // Ties the demuxer's streams to the announced ones, each to the first free one of its type.
     void attach(const std::vector<ElementaryStream>& announced);
-    // Delivers one packet; what it returns ended the reading when it is not `packet`.
+    // Delivers one packet; what it returns ended the reading when it is
+    // not `packet`.
     [[nodiscard]] LibavInput::ReadResult receive(SourceSink& sink, SourceCounters& counters,
                                                  const LibavInput::StopTest& stop);
+
+    // Delivers what waits for more of its access unit. To be called when no more is received.
+    void finish(SourceSink& sink);
 
 private:
     struct Stream {
         std::unique_ptr<StreamTranslator> translator; // null: left out, or not known yet
         int codec;                                    // libavformat's number
         std::optional<std::size_t> announced;
-        bool decodingTimes; // the container's, RTP has none
+        bool inContainer; // knows access units and decoding times; RTP does not
         CounterUnwrapper time;
     };
 

@@ -279,6 +279,7 @@ SourceEnd LibavSource::run(Round& round) {
         while (result == LibavInput::ReadResult::packet && !round.stopped()) {
             result = reception->receive(round.sink(), m_counters, stop);
         }
+        reception->finish(round.sink());
         if (!round.stopped() && result == LibavInput::ReadResult::stopped) {
             KV_NET_LOG(event, name() + " sends nothing over UDP, trying TCP");
             mayFallBack = false;

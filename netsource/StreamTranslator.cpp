@@ -3,6 +3,7 @@
 #include <array>
 
 #include "AacFraming.h"
+#include "AvcFragments.h"
 
 namespace KorvelVideo::NetworkSource {
 
@@ -50,6 +51,9 @@ public:
     }
 
     std::size_t deliver(const MediaPacket& packet, std::size_t stream, SourceSink& sink) override {
+        if (packet.isFragment) {
+            return m_fragments.write(packet.data, packet.time, m_sets, stream, sink);
+        }
         const std::span<const Bytes> pieces = m_formatter.format(packet.data, m_lengthSize, m_sets);
         if (pieces.empty()) {
             return packet.data.size();
@@ -58,9 +62,12 @@ public:
         return sink.deliverCopy(stream, pieces, timeStamp) ? 0 : packet.data.size();
     }
 
+    void finish(std::size_t stream, SourceSink& sink) override { m_fragments.finish(stream, sink); }
+
 private:
     ParameterSets m_sets;
     AccessUnitFormatter m_formatter;
+    AvcFragmentWriter m_fragments;
     StampSequence m_stamps;
     unsigned m_lengthSize = 0;
 };

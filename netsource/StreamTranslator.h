@@ -13,11 +13,13 @@
 
 namespace KorvelVideo::NetworkSource {
 
-// One packet of a demultiplexer: a whole access unit, or audio frames back to back.
+// One packet of a demultiplexer: a whole access unit, audio frames back to back, or, where `isFragment`, a
+// part of an access unit.
 struct MediaPacket {
     Bytes data;
     std::optional<std::int64_t> time; // 100 ns units
     std::int64_t duration = 0;        // 100 ns units, 0 when unknown
+    bool isFragment = false;
 };
 
 class StreamTranslator {
@@ -39,6 +41,8 @@ public:
     // Delivers a packet's access units to stream number `stream` of the sink. Returns how many bytes had to
     // be left out: damaged, or not taken for want of buffers.
     virtual std::size_t deliver(const MediaPacket& packet, std::size_t stream, SourceSink& sink) = 0;
+    // Delivers what waits for more of its access unit. To be called when no more comes.
+    virtual void finish(std::size_t /*stream*/, SourceSink& /*sink*/) {}
 };
 
 // H.264, in Annex B or length-prefixed as its configuration says.

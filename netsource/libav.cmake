@@ -12,7 +12,7 @@ if(KV_WITH_LIBAVFORMAT)
   endif()
 endif()
 # How senders frame H.264 and AAC is known, and tested, in either case.
-target_sources(kv_netsource_parts PRIVATE AacFraming.cpp AvcFraming.cpp StreamTranslator.cpp)
+target_sources(kv_netsource_parts PRIVATE AacFraming.cpp AvcFragments.cpp AvcFraming.cpp StreamTranslator.cpp)
 if(KV_LIBAV)
   target_sources(kv_netsource_parts PRIVATE LibavInput.cpp LibavLog.cpp LibavReception.cpp LibavSource.cpp)
   target_link_libraries(kv_netsource_parts PRIVATE ${KV_LIBAV})

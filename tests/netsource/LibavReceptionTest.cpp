@@ -95,6 +95,7 @@ void expectClip(const Receiver& receiver, const Clip& clip, Extent extent = Exte
                 unsigned times = 1) {
     const auto video = receiver.sink->units(static_cast<std::size_t>(streamOfType(*receiver.source, 96)));
     const auto audio = receiver.sink->units(static_cast<std::size_t>(streamOfType(*receiver.source, 99)));
+    EXPECT_EQ(0U, receiver.sink->lentBuffers());
     expectRising(video);
     expectRising(audio);
     expectDecodableAnywhere(video);

@@ -25,19 +25,56 @@ namespace KorvelVideo::NetworkSource::test {
 
 using namespace std::chrono_literals;
 
+std::span<std::uint8_t> RecordingSink::borrow(std::size_t /*stream*/) {
+    const std::lock_guard lock(m_mutex);
+    if (refusing) {
+        return {};
+    }
+    ByteVector buffer(bufferSize);
+    std::uint8_t* const address = buffer.data();
+    m_lent.emplace(address, std::move(buffer));
+    return {address, bufferSize};
+}
+
+void RecordingSink::giveBack(std::size_t /*stream*/, std::uint8_t* buffer) {
+    const std::lock_guard lock(m_mutex);
+    m_lent.erase(buffer);
+}
+
+void RecordingSink::deliver(std::size_t stream, std::uint8_t* buffer, std::uint32_t length,
+                            std::uint64_t timeStamp) {
+    append(stream, {buffer, length}, timeStamp);
+    giveBack(stream, buffer);
+}
+
 bool RecordingSink::deliverCopy(std::size_t stream, std::span<const std::span<const std::uint8_t>> pieces,
                                 std::uint64_t timeStamp) {
+    if (refusing) {
+        return false;
+    }
+    for (const auto piece : pieces) {
+        append(stream, piece, timeStamp);
+    }
+    return true;
+}
+
+// What bears one time stamp is one access unit, as for the module's consumers.
+void RecordingSink::append(std::size_t stream, std::span<const std::uint8_t> bytes, std::uint64_t timeStamp) {
     const std::lock_guard lock(m_mutex);
     if (m_units.size() <= stream) {
         m_units.resize(stream + 1);
     }
-    Unit unit{timeStamp, {}};
-    for (const auto piece : pieces) {
-        unit.bytes.insert(unit.bytes.end(), piece.begin(), piece.end());
+    std::vector<Unit>& units = m_units[stream];
+    if (units.empty() || units.back().timeStamp != timeStamp) {
+        units.push_back({timeStamp, {}});
     }
-    m_units[stream].push_back(std::move(unit));
+    units.back().bytes.insert(units.back().bytes.end(), bytes.begin(), bytes.end());
     m_changed.notify_all();
-    return true;
+}
+
+std::size_t RecordingSink::lentBuffers() const {
+    const std::lock_guard lock(m_mutex);
+    return m_lent.size();
 }
 
 void RecordingSink::idle() {

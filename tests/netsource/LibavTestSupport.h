@@ -8,6 +8,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -35,9 +36,10 @@ public:
         ByteVector bytes;
     };
 
-    [[nodiscard]] std::span<std::uint8_t> borrow(std::size_t) override { return {}; }
-    void deliver(std::size_t, std::uint8_t*, std::uint32_t, std::uint64_t) override {}
-    void giveBack(std::size_t, std::uint8_t*) override {}
+    [[nodiscard]] std::span<std::uint8_t> borrow(std::size_t stream) override;
+    void deliver(std::size_t stream, std::uint8_t* buffer, std::uint32_t length,
+                 std::uint64_t timeStamp) override;
+    void giveBack(std::size_t stream, std::uint8_t* buffer) override;
     bool deliverCopy(std::size_t stream, std::span<const std::span<const std::uint8_t>> pieces,
                      std::uint64_t timeStamp) override;
     void idle() override;
@@ -46,15 +48,23 @@ public:
     [[nodiscard]] std::vector<Unit> units(std::size_t stream) const;
     [[nodiscard]] std::optional<SourceEnd> ended() const;
     [[nodiscard]] unsigned idleCalls() const;
+    [[nodiscard]] std::size_t lentBuffers() const;
+
+    std::size_t bufferSize = 4096; // small, so that access units take several
+    std::atomic<bool> refusing{false};
+
     // Waits until the condition, asked after each call, holds; false after `limit`.
     bool waitFor(std::chrono::milliseconds limit, const std::function<bool(const RecordingSink&)>& condition);
     bool waitForUnits(std::size_t stream, std::size_t count, std::chrono::milliseconds limit);
     bool waitForEnd(std::chrono::milliseconds limit);
 
 private:
+    void append(std::size_t stream, std::span<const std::uint8_t> bytes, std::uint64_t timeStamp);
+
     mutable std::recursive_mutex m_mutex;
     std::condition_variable_any m_changed;
     std::vector<std::vector<Unit>> m_units;
+    std::map<const std::uint8_t*, ByteVector> m_lent;
     std::optional<SourceEnd> m_ended;
     unsigned m_idleCalls = 0;
 };
