@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::uint8_t kSupplementalInformation = 6;
 // Clock corrections by RTCP move the time of fragments of one access unit apart by less than that.
-constexpr std::int64_t kSameTime = 2 * 10'000;
+constexpr std::int64_t kSameTime = std::int64_t{2} * 10'000;
 
 bool isSlice(Bytes nal) noexcept {
     const std::uint8_t type = nalUnitType(nal);

@@ -10,7 +10,7 @@
 namespace KorvelVideo::NetworkSource {
 
 // Descriptions of a server that are longer are not read.
-inline constexpr std::size_t kLongestDescription = 1024 * 1024;
+inline constexpr std::size_t kLongestDescription = std::size_t{1} << 20;
 
 // What libavformat tells in nothing but its log.
 struct LibavObservations {

@@ -17,7 +17,7 @@ namespace {
 constexpr AVRational kStampUnit{1, 10'000'000};
 constexpr int kTransportStreamClockBits = 33;
 // Packets kept while describing; a sender that gives no configuration within them will not give one.
-constexpr std::size_t kMostKeptBytes = 16 * 1024 * 1024;
+constexpr std::size_t kMostKeptBytes = std::size_t{16} << 20;
 // How long a demuxer that finds its streams while reading may take for further ones, in the sender's data.
 constexpr std::chrono::milliseconds kFurtherStreams{1000};
 

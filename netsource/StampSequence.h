@@ -14,7 +14,7 @@ public:
     // The time stamp of the next access unit, whose time is `time`, or `duration` after the last one when the
     // sender gave none.
     [[nodiscard]] std::uint64_t next(std::optional<std::int64_t> time, std::int64_t duration) noexcept {
-        constexpr std::int64_t kRestart = 5 * 10'000'000; // 5 s
+        constexpr std::int64_t kRestart = std::int64_t{5} * 10'000'000; // 5 s
         std::int64_t value = time.value_or(m_last + (duration > 0 ? duration : 1));
         if (value < 0) {
             value = 0;

@@ -147,7 +147,8 @@ public:
     void adopt(const ElementaryStream& /*announced*/) override {}
 
     void learn(Bytes packet) override {
-        for (Bytes rest = packet; const std::size_t length = loasFrameLength(rest);) {
+        Bytes rest = packet;
+        while (const std::size_t length = loasFrameLength(rest)) {
             static_cast<void>(m_configurator.withConfiguration(rest.first(length)));
             rest = rest.subspan(length);
         }
