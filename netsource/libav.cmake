@@ -1,0 +1,22 @@
+# The source over libavformat: RTSP, RTMP and RTP by session description. Where the libraries are missing it is
+# left out, and those addresses fail with a clear status.
+option(KV_WITH_LIBAVFORMAT "Receive RTSP, RTMP and RTP by session description through libavformat" ON)
+set(KV_LIBAV "")
+if(KV_WITH_LIBAVFORMAT)
+  find_package(PkgConfig QUIET)
+  if(PKG_CONFIG_FOUND)
+    pkg_check_modules(KV_LIBAV_MODULES QUIET IMPORTED_TARGET GLOBAL libavformat>=59 libavcodec>=59 libavutil>=57)
+  endif()
+  if(TARGET PkgConfig::KV_LIBAV_MODULES)
+    set(KV_LIBAV PkgConfig::KV_LIBAV_MODULES)
+  endif()
+endif()
+# How senders frame H.264 and AAC is known, and tested, in either case.
+target_sources(kv_netsource_parts PRIVATE AacFraming.cpp AvcFragments.cpp AvcFraming.cpp StreamTranslator.cpp)
+if(KV_LIBAV)
+  target_sources(kv_netsource_parts PRIVATE LibavInput.cpp LibavLog.cpp LibavReception.cpp LibavSource.cpp)
+  target_link_libraries(kv_netsource_parts PRIVATE ${KV_LIBAV})
+else()
+  message(STATUS "libavformat is left out: no RTSP, RTMP and session descriptions")
+  target_sources(kv_netsource_parts PRIVATE NoLibavSource.cpp)
+endif()
