@@ -55,7 +55,7 @@ TEST(BufferAllocator, IgnoresWhatIsNotLent) {
     std::uint8_t* const buffer = take(*allocator);
     std::uint8_t foreign = 0;
     for (std::uint8_t* const wrong : {static_cast<std::uint8_t*>(nullptr), &foreign, buffer + 1,
-                                      buffer + 0x10000, buffer + 8 * 0x10000}) {
+                                      buffer + 0x10000, buffer + std::size_t{8} * 0x10000}) {
         EXPECT_NE(allocator->ConfirmBufferSize(wrong, 1), 0);
         allocator->ReleaseBuffer(wrong);
     }
@@ -69,6 +69,7 @@ TEST(BufferAllocator, IgnoresWhatIsNotLent) {
 TEST(BufferAllocator, ResetKeepsWhatIsLent) {
     const auto allocator = makeAllocator();
     std::vector<std::uint8_t*> buffers;
+    buffers.reserve(64);
     for (int count = 0; count < 64; ++count) {
         buffers.push_back(take(*allocator));
     }
@@ -104,6 +105,7 @@ TEST(BufferAllocator, RefusesSenselessSettings) {
 TEST(BufferAllocator, ServesThreads) {
     const auto allocator = makeAllocator();
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int index = 0; index < 4; ++index) {
         threads.emplace_back([&allocator, index] {
             for (int round = 0; round < 2000; ++round) {

@@ -2,10 +2,10 @@
 // many restarts, and stopping from anywhere.
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <thread>
 
-#include <dirent.h>
 #include <sched.h>
 
 #include <gtest/gtest.h>
@@ -134,9 +134,10 @@ TEST(DatagramMulticast, TwoReceiversOfOneIPv6Group) {
     bool hasNetwork = false;
     std::thread([&hasNetwork] {
         hasNetwork = unshare(CLONE_NEWNET) == 0 &&
+                     // No other thread of the tests runs a command. NOLINTNEXTLINE(concurrency-mt-unsafe)
                      std::system("ip link set lo up && ip link add kv0 type veth peer name kv1 && "
                                  "ip link set kv1 up && ip link set kv0 up && "
-                                 "ip -6 address add fd00::1/64 dev kv0 nodad") == 0; // NOLINT(concurrency-*)
+                                 "ip -6 address add fd00::1/64 dev kv0 nodad") == 0;
         if (hasNetwork) {
             receiveGroupTwice("ff15::7701", "kv0");
         }
@@ -328,7 +329,7 @@ TEST(DatagramFaults, FiftyReceiversAtOnce) {
     std::vector<Bytes> sent(receivers.size());
     for (std::uint16_t number = 0; number < 100; ++number) {
         for (std::size_t index = 0; index < senders.size(); ++index) {
-            const Bytes payload = makeTransportPackets(index * 1000 + number * 7U, 7);
+            const Bytes payload = makeTransportPackets(index * 1000 + std::size_t{number} * 7, 7);
             senders[index]->send(index % 2 == 0 ? payload : makeRtp(number, payload));
             sent[index].insert(sent[index].end(), payload.begin(), payload.end());
         }
@@ -340,15 +341,9 @@ TEST(DatagramFaults, FiftyReceiversAtOnce) {
     }
 }
 
-std::size_t openFiles() {
-    std::size_t count = 0;
-    if (DIR* const directory = opendir("/proc/self/fd")) {
-        while (readdir(directory) != nullptr) {
-            ++count;
-        }
-        closedir(directory);
-    }
-    return count;
+std::ptrdiff_t openFiles() {
+    const std::filesystem::directory_iterator files("/proc/self/fd");
+    return std::distance(begin(files), end(files));
 }
 
 std::size_t residentPages() {
@@ -370,7 +365,7 @@ TEST(DatagramFaults, ThousandRestartsLeaveNothingBehind) {
     for (int count = 0; count < 100; ++count) {
         restart();
     }
-    const std::size_t filesBefore = openFiles();
+    const std::ptrdiff_t filesBefore = openFiles();
     const std::size_t pagesBefore = residentPages();
     for (int count = 0; count < 1000; ++count) {
         restart();
