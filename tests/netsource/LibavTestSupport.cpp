@@ -396,7 +396,7 @@ std::vector<ByteVector> payloads(const std::vector<RecordingSink::Unit>& units) 
 ScriptedServer::ScriptedServer(Script script) : m_script(std::move(script)) {
     m_socket = boundSocket(SOCK_STREAM, m_port);
     listen(m_socket, 16);
-    m_threads.emplace_back([this] { accept(); });
+    m_acceptor = std::thread([this] { accept(); });
 }
 
 void ScriptedServer::accept() {
@@ -410,7 +410,6 @@ void ScriptedServer::accept() {
             continue;
         }
         ++m_accepted;
-        const std::lock_guard lock(m_mutex);
         m_connections.push_back(connection);
         m_threads.emplace_back([this, connection] {
             m_script(connection);
@@ -421,11 +420,13 @@ void ScriptedServer::accept() {
 
 ScriptedServer::~ScriptedServer() {
     m_stopped = true;
-    m_threads.front().join();
+    m_acceptor.join();
     for (const int connection : m_connections) {
         shutdown(connection, SHUT_RDWR);
     }
-    std::for_each(m_threads.begin() + 1, m_threads.end(), [](std::thread& thread) { thread.join(); });
+    for (std::thread& thread : m_threads) {
+        thread.join();
+    }
     for (const int connection : m_connections) {
         close(connection);
     }

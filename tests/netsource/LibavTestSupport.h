@@ -147,9 +147,10 @@ private:
     std::uint16_t m_port = 0;
     std::atomic<unsigned> m_accepted{0};
     std::atomic<bool> m_stopped{false};
-    std::mutex m_mutex;
+    // The acceptor's own until it has ended.
     std::vector<int> m_connections;
     std::vector<std::thread> m_threads;
+    std::thread m_acceptor;
 };
 
 // Of use to scripts: the request up to its empty line (empty at the end of the connection), and a reply.
