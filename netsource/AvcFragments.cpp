@@ -56,6 +56,9 @@ std::size_t AvcFragmentWriter::write(Bytes fragment, std::optional<std::int64_t>
     m_sink = &sink;
     m_stream = stream;
     m_leftOut = 0;
+    if (!m_time && startCodeLength(fragment) == 0) {
+        return fragment.size(); // the rest of a NAL unit whose start came before we did
+    }
     const bool begins = beginsAccessUnit(fragment, time);
     if (begins) {
         handOn();

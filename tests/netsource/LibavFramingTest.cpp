@@ -222,6 +222,7 @@ TEST(LibavFramingTest, WhatFindsNoBufferIsLeftOutAndNothingElse) {
     ParameterSets sets;
     RecordingSink sink;
     AvcFragmentWriter writer;
+    EXPECT_EQ(2U, writer.write(hex("aabb"), 0, sets, 0, sink)) << "its start was missed";
     sink.refusing = true;
     EXPECT_EQ(7U, writer.write(hex(kStart + kSlice), 0, sets, 0, sink));
     sink.refusing = false;

@@ -87,7 +87,10 @@ void expectFrames(const std::vector<ByteVector>& sent, const std::vector<ByteVec
         EXPECT_GE(received.size() + keptAtEnd, sent.size());
         EXPECT_TRUE(std::equal(received.begin(), received.end(), sent.begin()));
     } else {
-        EXPECT_NE(sent.end(), std::search(sent.begin(), sent.end(), received.begin(), received.end()));
+        // The first and the last one may be cut by the moment of starting and stopping.
+        ASSERT_GT(received.size(), 2U);
+        EXPECT_NE(sent.end(),
+                  std::search(sent.begin(), sent.end(), received.begin() + 1, received.end() - 1));
     }
 }
 
