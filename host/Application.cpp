@@ -24,8 +24,8 @@ ClassObject& aacConfigurationClass() {
 
 } // namespace
 
-Application::Application(const Options& options, Terminal& terminal, StopRequest stopRequest)
-    : m_options(options), m_terminal(terminal), m_stopRequest(std::move(stopRequest)) {
+Application::Application(Options options, Terminal& terminal, StopRequest stopRequest)
+    : m_options(std::move(options)), m_terminal(terminal), m_stopRequest(std::move(stopRequest)) {
     CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     CoRegisterClassObject(CLSID_KvAACCodecConfigDataAccess, &aacConfigurationClass(), CLSCTX_INPROC_SERVER,
                           REGCLS_MULTIPLEUSE, &m_configurationCookie);

@@ -30,7 +30,7 @@ struct StopRequest {
 
 class Application {
 public:
-    Application(const Options& options, Terminal& terminal, StopRequest stopRequest);
+    Application(Options options, Terminal& terminal, StopRequest stopRequest);
     Application(const Application&) = delete;
     Application& operator=(const Application&) = delete;
     ~Application();

@@ -71,7 +71,8 @@ HRESULT registerLogger(std::uint32_t level, Terminal& terminal) {
     static ClassObject classObject(createLogger);
     g_level = level;
     g_terminal = &terminal;
-    setenv("KV_LOG_LEVEL", "0", 1); // the component writes what gets past the level above
+    // The component writes what gets past the level above. Nothing else runs yet.
+    setenv("KV_LOG_LEVEL", "0", 1); // NOLINT(concurrency-mt-unsafe)
     DWORD cookie = 0;
     return CoRegisterClassObject(CLSID_ModuleLogger, &classObject, CLSCTX_INPROC_SERVER, REGCLS_MULTIPLEUSE,
                                  &cookie);

@@ -162,7 +162,7 @@ class MediaPool {
 public:
     // Buffers beyond these wait for nobody: they are freed as they come back.
     static constexpr std::size_t mostFree = 64;
-    static constexpr std::uint64_t mostFreeBytes = 1024 * 1024;
+    static constexpr std::uint64_t mostFreeBytes = 1U << 20U;
     static constexpr std::size_t alwaysKept = 2;
 
     MediaPool() { m_free.reserve(mostFree); }

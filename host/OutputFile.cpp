@@ -11,7 +11,7 @@ namespace KorvelVideo::Host {
 
 namespace {
 
-constexpr std::size_t gatherSize = 64 * 1024;
+constexpr std::size_t gatherSize = 64U << 10U;
 constexpr int mostNames = 10000;
 
 int createNew(const std::string& path) {
@@ -27,7 +27,8 @@ OutputFile::OutputFile(const std::string& directory, const std::string& name, co
     m_path = stem + extension;
     m_descriptor = createNew(m_path);
     for (int number = 2; m_descriptor < 0 && errno == EEXIST && number < mostNames; ++number) {
-        m_path = stem + "-" + std::to_string(number) + extension;
+        m_path = stem;
+        m_path.append("-").append(std::to_string(number)).append(extension);
         m_descriptor = createNew(m_path);
     }
     if (m_descriptor < 0) {

@@ -21,7 +21,7 @@ namespace KorvelVideo::Host {
 class OutputWriter {
 public:
     static constexpr std::size_t mostUnits = 8192;
-    static constexpr std::uint64_t mostBytes = 64 * 1024 * 1024;
+    static constexpr std::uint64_t mostBytes = 64U << 20U;
 
     explicit OutputWriter(std::string directory, std::size_t units = mostUnits,
                           std::uint64_t bytes = mostBytes);

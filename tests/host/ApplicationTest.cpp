@@ -19,7 +19,6 @@ namespace {
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::Not;
 
 constexpr HRESULT hostUnknown = static_cast<HRESULT>(0x89998295);
 

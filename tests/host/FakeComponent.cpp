@@ -1,6 +1,6 @@
 #include "FakeComponent.h"
 
-#include <cstring>
+#include <algorithm>
 #include <mutex>
 #include <thread>
 
@@ -54,7 +54,7 @@ void deliver(IKvVideoCallback& sink, const std::string& bytes, std::uint64_t tim
     SKvLockedSurfaceDescription locked{};
     locked.m_size = sizeof locked;
     surface->Lock(0, keKvFaceTypeFront, &locked);
-    std::memcpy(locked.m_buffer, bytes.data(), bytes.size());
+    std::copy(bytes.begin(), bytes.end(), locked.m_buffer);
     surface->SetTimeStampInfo(&timeStamp);
     surface->SignalWriteCompletion();
     sink.DeliverVideoSurface(surface.get());
@@ -78,7 +78,7 @@ void deliver(IKvAudioCallback& sink, const std::string& bytes, std::uint64_t tim
     std::uint8_t* buffer = nullptr;
     std::uint32_t length = 0;
     samples->GetBufferAndLength(&buffer, &length);
-    std::memcpy(buffer, bytes.data(), bytes.size());
+    std::copy(bytes.begin(), bytes.end(), buffer);
     samples->SetTimeStampInfo(&timeStamp);
     samples->AttachCustomObject(IID_IKvAACCodecConfigDataAccess, configuration.get());
     samples->SignalWriteCompletion();

@@ -104,7 +104,7 @@ TEST(OutputWriter, LeavesOutWholeUnitsWhenTheDiskIsTooSlow) {
     OutputFile& file = writer.create("stream1", ".ts", Framing::none);
     replaceOpenFile(file.path(), standIn);
 
-    const std::string text(1024 * 1024, 'x'); // more than the pipe takes
+    const std::string text(1U << 20U, 'x'); // more than the pipe takes
     for (int i = 0; i < 10; ++i) {
         pushText(writer, file, pool, text);
     }
@@ -162,7 +162,8 @@ TEST(OutputWriter, FramesAudio) {
         std::uint8_t* buffer = nullptr;
         std::uint32_t length = 0;
         samples->GetBufferAndLength(&buffer, &length);
-        std::memcpy(buffer, "ab", 2);
+        buffer[0] = 'a';
+        buffer[1] = 'b';
         if (hasConfiguration) {
             samples->AttachCustomObject(IID_IKvAACCodecConfigDataAccess, configuration.get());
         }
