@@ -156,7 +156,9 @@ HRESULT BaseReceiver::Stop() {
     }
     forEachStream(&NetworkStreamReceiver::setStopCalled);
     if (!CallbackScope::isActive()) {
-        return mapNetworkStatus(stopClient(m_client, m_streamCreator.get()));
+        const HRESULT result = mapNetworkStatus(stopClient(m_client, m_streamCreator.get()));
+        waitForClosing(); // of a source that a redirect inside a callback left
+        return result;
     }
     try {
         deferClosing(true, false);
@@ -171,6 +173,10 @@ HRESULT BaseReceiver::Redirect(const char* url) {
     if (!m_stopped) {
         static_cast<void>(Stop());
     }
+    if (!m_stopped) { // no memory to stop inside a callback: the source plays on
+        KV_THROW(KV_E_OUT_OF_MEMORY);
+    }
+    waitForClosing();
     validateParameters(m_callback, url);
     try {
         validateRedirectUrl(url);
@@ -185,7 +191,6 @@ void BaseReceiver::openAnew(const char* url) {
     if (CallbackScope::isActive()) {
         deferClosing(false, true);
     } else {
-        waitForClosing();
         releaseAllPendingSamples(m_streamCreator.get());
         releaseClient(m_client);
     }
@@ -294,6 +299,9 @@ void BaseReceiver::releaseAllPendingSamples(NetworkStreamCreator* creator) noexc
 }
 
 std::uint32_t BaseReceiver::stopClient(Client*& client, NetworkStreamCreator* creator) noexcept {
+    if (client == nullptr) {
+        return MainConcept::NetworkStreaming::keClientOk;
+    }
     const std::uint32_t status = client->Stop();
     releaseAllPendingSamples(creator);
     releaseClient(client);

@@ -47,20 +47,31 @@ void GenericAudioStreamNotifier::fillSamples(const AccessUnit& accessUnit, std::
 
 void GenericAudioStreamNotifier::notifyReception(const AccessUnit& accessUnit, std::uint64_t timeStamp) {
     TKvSmartPtr<IKvAudioSamples> audioSamples;
+    bool isComplete = false;
     try {
         const std::uint32_t bufferSizeToAskFor = getAccessUnitSize(accessUnit);
         if (bufferSizeToAskFor == 0) {
             return;
         }
         fillSamples(accessUnit, bufferSizeToAskFor, timeStamp, audioSamples);
+        isComplete = true;
         logPrintf(kCategoryStream, kLevelLifetime, KV_SITE,
                   "GenericAudioStreamNotifier::notifyReception.bufferSizeToAskFor:%d", bufferSizeToAskFor);
         static_cast<void>(m_audioReceiver->DeliverAudioSamples(audioSamples));
     } catch (const CKvVaneException& exception) {
         logCaughtException(exception);
-        if (!!audioSamples) {
-            static_cast<void>(audioSamples->SignalWriteCompletion());
+        if (!isComplete && !!audioSamples) {
+            completeUndelivered(audioSamples);
         }
+    }
+}
+
+// A host that redirects from inside the call may throw the module's own exception again.
+void GenericAudioStreamNotifier::completeUndelivered(const TKvSmartPtr<IKvAudioSamples>& audioSamples) {
+    try {
+        static_cast<void>(audioSamples->SignalWriteCompletion());
+    } catch (const CKvVaneException& exception) {
+        logCaughtException(exception);
     }
 }
 

@@ -31,6 +31,7 @@ public:
 private:
     void fillSamples(const AccessUnit& accessUnit, std::uint32_t bufferSizeToAskFor, std::uint64_t timeStamp,
                      TKvSmartPtr<IKvAudioSamples>& audioSamples);
+    static void completeUndelivered(const TKvSmartPtr<IKvAudioSamples>& audioSamples);
 
     IKvAudioCallback* m_audioReceiver;
     TKvSmartPtr<IKvAACCodecConfigDataAccess> m_codecConfigDataAccess;

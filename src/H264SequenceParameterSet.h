@@ -16,7 +16,7 @@ namespace KorvelVideo::Network {
 // Parsing never fails: behind the end of the payload everything reads as 0. Emulation prevention bytes stay
 // in the payload; only the two 32-bit timing fields, where they occur in practice, are read across them.
 //
-// Bounds: time in proportion to the payload, plus a constant (768 scaling list entries, 64 HRD entries).
+// Bounds: time in proportion to the payload, plus a constant (480 scaling list entries, 64 HRD entries).
 // Memory beyond the record: offset_for_ref_frame, at most one 4-byte entry for each bit of the payload.
 class H264SequenceParameterSet {
 public:

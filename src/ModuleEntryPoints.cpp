@@ -36,7 +36,11 @@ HMODULE g_module = nullptr;
 using Path = std::array<char, 260>;
 using WidePath = std::array<wchar_t, 260>;
 
-HRESULT lastErrorResult() { return resultOfPlatformError(static_cast<std::int32_t>(GetLastError())); }
+// Of an operation that failed, so never a success.
+HRESULT lastErrorResult() {
+    const HRESULT result = resultOfPlatformError(static_cast<std::int32_t>(GetLastError()));
+    return result < 0 ? result : E_FAIL;
+}
 
 // A path that was cut would register a module that is not there.
 HRESULT readModulePath(WidePath& widePath) {
@@ -53,15 +57,19 @@ HRESULT readModulePath(WidePath& widePath) {
 // Runs a step for each served class, with the module's path, until one fails.
 template <class Step>
 HRESULT forEachServedClass(Step step) {
-    WidePath path{};
-    HRESULT result = readModulePath(path);
-    for (const CKvFactoryTemplate& served : kServedClasses) {
-        if (result < 0) {
-            break;
+    try {
+        WidePath path{};
+        HRESULT result = readModulePath(path);
+        for (const CKvFactoryTemplate& served : kServedClasses) {
+            if (result < 0) {
+                break;
+            }
+            result = step(served, path.data());
         }
-        result = step(served, path.data());
+        return result;
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
     }
-    return result;
 }
 
 } // namespace

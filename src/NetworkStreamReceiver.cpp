@@ -228,8 +228,14 @@ std::string NetworkStreamReceiver::streamIdentifier() const {
 }
 
 void NetworkStreamReceiver::notifyFirstActivity() {
-    if (!m_activityNotified.exchange(true)) {
+    if (m_activityNotified.exchange(true)) {
+        return;
+    }
+    try {
         static_cast<void>(m_notifier->notifyStatus(KV_S_STREAM_ACTIVE));
+    } catch (...) {
+        m_activityNotified = false; // a later notification may try again
+        throw;
     }
 }
 

@@ -54,6 +54,9 @@ public:
     // what is pending.
     void releasePendingSamples();
 
+    // Drops what is pending without waiting: gives every pending buffer back, in list order.
+    void clearSamples();
+
 protected:
     // The pending access unit, taken out of the list so that it can be delivered without the lock. Its
     // buffers go back to the allocator, in list order, when it ends.
@@ -76,8 +79,6 @@ protected:
         std::uint64_t m_timeStamp = 0;
     };
 
-    // Gives every pending buffer back, in list order.
-    void clearSamples();
     // The stream in log lines: the notifier's address as a signed decimal number.
     [[nodiscard]] std::string streamIdentifier() const;
     // Reports the first activity since construction, start, silence or an RTMP end of stream.

@@ -19,8 +19,8 @@ struct FactorySite {
 };
 
 // Logs the failure as the host will see it: a code of `replaced` becomes KV_E_CONNECTION_FAILED.
-[[nodiscard]] inline HRESULT reportFailure(CKvVaneException exception,
-                                           std::initializer_list<HRESULT> replaced) {
+[[nodiscard]] static inline HRESULT reportFailure(CKvVaneException exception,
+                                                  std::initializer_list<HRESULT> replaced) {
     for (const HRESULT code : replaced) {
         if (exception.m_result == code) {
             exception.m_result = KV_E_CONNECTION_FAILED;

@@ -16,6 +16,9 @@ RtmpReceiver::RtmpReceiver(IKvRtmpReceiverSettings* settings, IKvNetworkStreamDe
 
 HRESULT RtmpReceiver::Stop() {
     const HRESULT result = BaseReceiver::Stop();
+    // Inside a callback the stop itself comes later; what is pending is dropped now, before a worker could
+    // deliver it.
+    forEachStream(&NetworkStreamReceiver::clearSamples);
     forEachStream(&NetworkStreamReceiver::forceEndOfStream);
     return result;
 }

@@ -56,7 +56,12 @@ void turnLineEnds(std::string& text) {
 
 std::string loadFile(const char* path) {
     const char* reason = nullptr;
-    std::string text = readFile(path, reason);
+    std::string text;
+    try {
+        text = readFile(path, reason);
+    } catch (const std::system_error&) { // a name that is no text on this system
+        reason = "cannot be opened";
+    }
     if (reason != nullptr) {
         logText(kCategoryFailure, kLevelError, KV_SITE,
                 ("Session description file \"" + std::string(path) + "\" " + reason + ".").c_str());
