@@ -34,7 +34,7 @@ struct IKvNetworkReceiverController : IUnknown {
 
     // Stops, opens `url`, which must be of the same protocol, announces its streams anew and starts. Failures
     // to open leave it as a thrown CKvVaneException; the receiver is then stopped. Only a session description
-    // file that cannot be read leaves it as it was.
+    // file that cannot be read, and a lack of memory inside a sink's callback, leave it as it was.
     virtual HRESULT Redirect(const char* url) = 0;
 
 protected:

@@ -1,5 +1,6 @@
 #include "GenericAudioStreamNotifier.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "AudioNotifierFixture.h"
@@ -96,6 +97,35 @@ TEST_F(GenericAudioStreamNotifierTest, OtherExceptionsOfTheHostPassAndLoseNoBuff
     };
     EXPECT_THROW(notifier.notifyReception(kUnit, 1), std::runtime_error);
     EXPECT_EQ(m_sink.liveBuffers(), 0);
+}
+
+// A host that redirects inside a call lets the module's own exception through.
+TEST_F(GenericAudioStreamNotifierTest, TheModulesOwnExceptionFromTheHostEndsHere) {
+    struct Row {
+        const char* call;
+        long completions;
+        std::size_t logged;
+    };
+    for (const Row& row : {Row{"SignalWriteCompletion", 2, 2}, Row{"DeliverAudioSamples", 1, 1}}) {
+        GenericAudioStreamNotifier notifier(&m_sink, nullptr, 0);
+        forget();
+        m_sink.onCall = [&row](const std::string& call) {
+            if (call == row.call) {
+                throw CKvVaneException("host", "host", 1, "Redirect", KV_E_INVALID_PROTOCOL);
+            }
+        };
+        EXPECT_NO_THROW(notifier.notifyReception(kUnit, 9)) << row.call;
+        m_sink.onCall = nullptr;
+        const Calls calls = CallLog::instance().take();
+        EXPECT_EQ(std::count_if(calls.begin(), calls.end(),
+                                [](const std::string& call) {
+                                    return call.find("SignalWriteCompletion") != std::string::npos;
+                                }),
+                  row.completions)
+            << row.call;
+        EXPECT_EQ(RecordingLogger::takeExceptions().size(), row.logged) << row.call;
+        m_sink.takeDelivered();
+    }
 }
 
 TEST_F(GenericAudioStreamNotifierTest, StatusAndItsAnswerPassThrough) {

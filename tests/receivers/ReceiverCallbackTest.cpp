@@ -102,6 +102,7 @@ TEST_P(ReceiverCallback, RedirectOpensTheNewSourceAndClosesTheOldOneLater) {
         EXPECT_EQ(ScriptedSdk::consumers().size(), 1U);
     });
     EXPECT_EQ(receiver->Stop(), S_OK);
+    EXPECT_EQ(ScriptedSdk::liveClients(), 0) << "no source may call a sink any more, the old one included";
     EXPECT_TRUE(ScriptedSdk::waitForClientThreads());
     release();
 }
