@@ -52,9 +52,9 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, const wchar_t* wide, int len
 // at 1,024, terminator included. Returns the number of characters without it.
 int wsprintfW(wchar_t* buffer, const wchar_t* format, ...);
 
-// What an in-process server exports: the class object of one of its classes; S_OK when it may be unloaded, else
-// S_FALSE; writing its classes to the class registry and removing them. Windows takes the list of exports from a
-// module definition file.
+// What an in-process server exports: the class object of one of its classes; S_OK when it may be unloaded,
+// else S_FALSE; writing its classes to the class registry and removing them. Windows takes the list of
+// exports from a module definition file.
 KV_EXPORT HRESULT DllGetClassObject(REFCLSID clsid, REFIID iid, void** object);
 KV_EXPORT HRESULT DllCanUnloadNow();
 KV_EXPORT HRESULT DllRegisterServer();

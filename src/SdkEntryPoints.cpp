@@ -1,5 +1,6 @@
-// The streaming SDK's entry points where it is a pair of libraries that export by ordinal. They are looked up when the
-// first of them is needed, so that the module loads, registers and says what is missing without them.
+// The streaming SDK's entry points where it is a pair of libraries that export by ordinal. They are looked up
+// when the first of them is needed, so that the module loads, registers and says what is missing without
+// them.
 
 #include <array>
 #include <atomic>
@@ -45,8 +46,8 @@ std::string moduleFolder() {
     return file.substr(0, file.find_last_of("\\/") + 1);
 }
 
-// One of the SDK's libraries: the one beside the module, else the one that the system finds. It stays loaded, since
-// its threads may outlast the last call.
+// One of the SDK's libraries: the one beside the module, else the one that the system finds. It stays loaded,
+// since its threads may outlast the last call.
 class SdkLibrary {
 public:
     SdkLibrary(const char* name, std::string& missing) : m_name(name), m_missing(missing) {
@@ -80,8 +81,8 @@ private:
     HMODULE m_module = nullptr;
 };
 
-// Resolves all five, so that a receiver is refused before it is half made. What is missing is logged in one line and
-// looked for again at the next call.
+// Resolves all five, so that a receiver is refused before it is half made. What is missing is logged in one
+// line and looked for again at the next call.
 bool resolveEntryPoints() {
     if (g_isComplete.load(std::memory_order_acquire)) {
         return true;
@@ -125,9 +126,9 @@ SdkNetworkClient* CreateNetworkClient(INetStreamCreator* creator, const SdkClien
 
 SdkBufferAllocator* CreateBufferAllocator(std::uint32_t kind, std::uint32_t count, std::uint32_t limit,
                                           std::uint32_t bufferSize, std::uint32_t alignment, void* reserved) {
-    return resolveEntryPoints() ? g_entryPoints.createBufferAllocator(kind, count, limit, bufferSize,
-                                                                      alignment, reserved)
-                                : nullptr;
+    return resolveEntryPoints()
+               ? g_entryPoints.createBufferAllocator(kind, count, limit, bufferSize, alignment, reserved)
+               : nullptr;
 }
 
 void AttachBuffer(_tagConsumerInfo* info, std::uint32_t offset, std::uint32_t capacity) {

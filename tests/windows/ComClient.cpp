@@ -1,5 +1,5 @@
-// Run by scripts/windows-check, with the module registered: what a host does with it through COM, in an apartment of its
-// own. `ComClient sta` or `ComClient mta`. Says what went wrong and returns 1.
+// Run by scripts/windows-check, with the module registered: what a host does with it through COM, in an
+// apartment of its own. `ComClient sta` or `ComClient mta`. Says what went wrong and returns 1.
 
 #include <cstdio>
 #include <cstring>
