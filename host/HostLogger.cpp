@@ -72,6 +72,8 @@ HRESULT registerLogger(std::uint32_t level, Terminal& terminal) {
     g_terminal = &terminal;
     // The component writes what gets past the level above.
     setEnvironmentVariable("KV_LOG_LEVEL", "0");
+    // What is registered lasts as long as the apartment: for ever.
+    CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     DWORD cookie = 0;
     return CoRegisterClassObject(CLSID_ModuleLogger, &classObject, CLSCTX_INPROC_SERVER, REGCLS_MULTIPLEUSE,
                                  &cookie);

@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
 #include "KvNetworkReceiver.h"
 #include "PlatformModule.h"
