@@ -39,6 +39,7 @@ foreach(folder IN LISTS folders ITEMS tests bench fuzz)
             list(APPEND from ${candidate})
           endif()
         endforeach()
+        list(REMOVE_DUPLICATES from) # a header for each system
         list(LENGTH from count)
         if(name MATCHES "/")
           list(APPEND errors "${source} includes \"${name}\", not a bare name")

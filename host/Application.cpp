@@ -1,8 +1,5 @@
 #include "Application.h"
 
-#include <poll.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -10,6 +7,7 @@
 #include <system_error>
 
 #include "AacConfiguration.h"
+#include "System.h"
 
 namespace KorvelVideo::Host {
 
@@ -24,8 +22,8 @@ ClassObject& aacConfigurationClass() {
 
 } // namespace
 
-Application::Application(Options options, Terminal& terminal, StopRequest stopRequest)
-    : m_options(std::move(options)), m_terminal(terminal), m_stopRequest(std::move(stopRequest)) {
+Application::Application(Options options, Terminal& terminal)
+    : m_options(std::move(options)), m_terminal(terminal) {
     CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     CoRegisterClassObject(CLSID_KvAACCodecConfigDataAccess, &aacConfigurationClass(), CLSCTX_INPROC_SERVER,
                           REGCLS_MULTIPLEUSE, &m_configurationCookie);
@@ -67,8 +65,8 @@ bool Application::prepareOutput() {
     if (!error && !std::filesystem::is_directory(m_options.outputDirectory, error)) {
         error = std::make_error_code(std::errc::not_a_directory);
     }
-    if (!error && access(m_options.outputDirectory.c_str(), W_OK | X_OK) != 0) {
-        error = std::error_code(errno, std::generic_category());
+    if (!error) {
+        error = checkWritableFolder(m_options.outputDirectory);
     }
     if (error) {
         m_terminal.complain("cannot write to " + m_options.outputDirectory + ": " + error.message());
@@ -101,9 +99,11 @@ void Application::openAll() {
 // Whether there is a component for it and, for a description file, the file.
 bool Application::isUsable(const Source& source) {
     const bool isFile = source.url.find("://") == std::string::npos;
-    if (isFile && access(source.url.c_str(), R_OK) != 0) {
-        m_terminal.complain("cannot read " + source.url + ": " + std::generic_category().message(errno));
-        return false;
+    if (isFile) {
+        if (const std::error_code error = checkReadableFile(source.url)) {
+            m_terminal.complain("cannot read " + source.url + ": " + error.message());
+            return false;
+        }
     }
     std::string problem;
     if (FAILED(m_factories.load(source.kind, problem))) {
@@ -113,15 +113,7 @@ bool Application::isUsable(const Source& source) {
     return true;
 }
 
-void Application::wait() {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(nextDeadline() - Clock::now());
-    pollfd descriptors[] = {{m_events.descriptor(), POLLIN, 0}, {m_stopRequest.descriptor, POLLIN, 0}};
-    poll(descriptors, std::size(descriptors), static_cast<int>(std::max<std::int64_t>(left.count(), 0)));
-    if (descriptors[1].revents != 0 && !m_isStopRequested) {
-        m_isStopRequested = true;
-        m_stopRequest.accepted();
-    }
-}
+void Application::wait() { m_events.wait(nextDeadline()); }
 
 Clock::time_point Application::nextDeadline() const {
     Clock::time_point deadline = m_nextTick;
@@ -223,7 +215,7 @@ void Application::tick() {
 }
 
 bool Application::isFinished() const {
-    if (m_isStopRequested || !m_terminal.isWritable()) {
+    if (m_events.isEndRequested() || !m_terminal.isWritable()) {
         return true;
     }
     if (m_receivingSince && m_options.duration && Clock::now() >= *m_receivingSince + *m_options.duration) {

@@ -22,15 +22,9 @@
 
 namespace KorvelVideo::Host {
 
-// How a user ends a run.
-struct StopRequest {
-    int descriptor = -1;            // readable when the run is to end
-    std::function<void()> accepted; // called once then
-};
-
 class Application {
 public:
-    Application(Options options, Terminal& terminal, StopRequest stopRequest);
+    Application(Options options, Terminal& terminal);
     Application(const Application&) = delete;
     Application& operator=(const Application&) = delete;
     ~Application();
@@ -38,6 +32,9 @@ public:
     // Where the user or the time ends a run while a source is still being opened, which cannot be broken off,
     // everything else is closed and the process ends here.
     [[nodiscard]] ExitCode run();
+
+    // Any thread: ends the run, now or as soon as it begins.
+    void requestEnd() noexcept { m_events.requestEnd(); }
 
 private:
     struct Entry {
@@ -75,7 +72,6 @@ private:
 
     const Options m_options;
     Terminal& m_terminal;
-    StopRequest m_stopRequest;
     const Clock::time_point m_started = Clock::now();
     EventQueue m_events;
     ReceiverFactories m_factories;
@@ -87,7 +83,6 @@ private:
     std::map<const ReceivedStream*, Meter> m_meters;
     std::optional<Clock::time_point> m_receivingSince;
     Clock::time_point m_nextTick = m_started;
-    bool m_isStopRequested = false;
     bool m_isRedirected = false;
     DWORD m_configurationCookie = 0;
 };

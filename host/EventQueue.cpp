@@ -1,23 +1,9 @@
 #include "EventQueue.h"
 
-#include <sys/eventfd.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdint>
 #include <new>
-#include <system_error>
 #include <utility>
 
 namespace KorvelVideo::Host {
-
-EventQueue::EventQueue() : m_descriptor(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
-    if (m_descriptor < 0) {
-        throw std::system_error(errno, std::generic_category(), "eventfd");
-    }
-}
-
-EventQueue::~EventQueue() { close(m_descriptor); }
 
 void EventQueue::push(Event event) noexcept {
     try {
@@ -26,16 +12,32 @@ void EventQueue::push(Event event) noexcept {
     } catch (const std::bad_alloc&) {
         return;
     }
-    const std::uint64_t one = 1;
-    [[maybe_unused]] const ssize_t written = write(m_descriptor, &one, sizeof one); // full: already readable
+    m_changed.notify_one();
+}
+
+void EventQueue::requestEnd() noexcept {
+    {
+        const std::lock_guard lock(m_lock);
+        m_isEndRequested = true;
+        m_isEndNews = true;
+    }
+    m_changed.notify_one();
+}
+
+void EventQueue::wait(Clock::time_point deadline) {
+    std::unique_lock lock(m_lock);
+    m_changed.wait_until(lock, deadline, [this] { return !m_events.empty() || m_isEndNews; });
+    m_isEndNews = false;
 }
 
 std::vector<Event> EventQueue::take() {
-    std::uint64_t count = 0;
-    [[maybe_unused]] const ssize_t bytes =
-        read(m_descriptor, &count, sizeof count); // empty: nothing to clear
     const std::lock_guard lock(m_lock);
     return std::exchange(m_events, {});
+}
+
+bool EventQueue::isEndRequested() const {
+    const std::lock_guard lock(m_lock);
+    return m_isEndRequested;
 }
 
 } // namespace KorvelVideo::Host

@@ -4,6 +4,7 @@
 // prints and acts, so that a slow terminal or pipe never holds up reception.
 
 #include <chrono>
+#include <condition_variable>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -32,23 +33,28 @@ struct Event {
 
 class EventQueue {
 public:
-    EventQueue();
+    EventQueue() = default;
     EventQueue(const EventQueue&) = delete;
     EventQueue& operator=(const EventQueue&) = delete;
-    ~EventQueue();
 
     // Any thread. An event that memory does not suffice for is dropped.
     void push(Event event) noexcept;
-    // The main thread.
-    [[nodiscard]] std::vector<Event> take();
+    // Any thread: the user wants the run to end.
+    void requestEnd() noexcept;
 
-    // Readable while there may be events.
-    [[nodiscard]] int descriptor() const noexcept { return m_descriptor; }
+    // The main thread.
+
+    // Until there are events, the end is requested, or the deadline.
+    void wait(Clock::time_point deadline);
+    [[nodiscard]] std::vector<Event> take();
+    [[nodiscard]] bool isEndRequested() const;
 
 private:
-    int m_descriptor;
-    std::mutex m_lock;
+    mutable std::mutex m_lock;
+    std::condition_variable m_changed;
     std::vector<Event> m_events;
+    bool m_isEndRequested = false;
+    bool m_isEndNews = false; // requested since the last wait
 };
 
 } // namespace KorvelVideo::Host

@@ -1,7 +1,5 @@
 #include "HostLogger.h"
 
-#include <cstdlib>
-
 #include <atomic>
 #include <new>
 #include <utility>
@@ -9,6 +7,7 @@
 #include "ComObject.h"
 #include "ModuleLogger.h"
 #include "ModuleLoggerComponent.h"
+#include "System.h"
 #include "Terminal.h"
 
 namespace KorvelVideo::Host {
@@ -71,8 +70,10 @@ HRESULT registerLogger(std::uint32_t level, Terminal& terminal) {
     static ClassObject classObject(createLogger);
     g_level = level;
     g_terminal = &terminal;
-    // The component writes what gets past the level above. Nothing else runs yet.
-    setenv("KV_LOG_LEVEL", "0", 1); // NOLINT(concurrency-mt-unsafe)
+    // The component writes what gets past the level above.
+    setEnvironmentVariable("KV_LOG_LEVEL", "0");
+    // What is registered lasts as long as the apartment: for ever.
+    CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     DWORD cookie = 0;
     return CoRegisterClassObject(CLSID_ModuleLogger, &classObject, CLSCTX_INPROC_SERVER, REGCLS_MULTIPLEUSE,
                                  &cookie);

@@ -11,7 +11,7 @@ using NetworkSource::ClientCounters;
 
 namespace {
 
-constexpr const char* libraryName = "libkvnetsource.so.0";
+constexpr const char* libraryName = KV_NETWORK_LIBRARY;
 constexpr const char* queryName = "GetNetworkClientCounters";
 
 } // namespace
@@ -24,7 +24,7 @@ void NetworkCounters::refresh() {
         m_isSearched = true;
         // Already in the process with the module; kept until the process ends, as the module is.
         if (HMODULE library = LoadLibraryA(libraryName); library != nullptr) {
-            m_query = reinterpret_cast<Query>(GetProcAddress(library, queryName));
+            m_query = reinterpret_cast<Query>(reinterpret_cast<void*>(GetProcAddress(library, queryName)));
         }
     }
     if (m_query == nullptr) {

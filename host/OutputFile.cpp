@@ -1,9 +1,5 @@
 #include "OutputFile.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <system_error>
 #include <utility>
 
@@ -14,10 +10,6 @@ namespace {
 constexpr std::size_t gatherSize = 64U << 10U;
 constexpr int mostNames = 10000;
 
-int createNew(const std::string& path) {
-    return open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-}
-
 } // namespace
 
 OutputFile::OutputFile(const std::string& directory, const std::string& name, const std::string& extension,
@@ -25,14 +17,14 @@ OutputFile::OutputFile(const std::string& directory, const std::string& name, co
     : m_framing(framing) {
     const std::string stem = directory + "/" + name;
     m_path = stem + extension;
-    m_descriptor = createNew(m_path);
-    for (int number = 2; m_descriptor < 0 && errno == EEXIST && number < mostNames; ++number) {
+    std::error_code error = m_file.create(m_path);
+    for (int number = 2; error == std::errc::file_exists && number < mostNames; ++number) {
         m_path = stem;
         m_path.append("-").append(std::to_string(number)).append(extension);
-        m_descriptor = createNew(m_path);
+        error = m_file.create(m_path);
     }
-    if (m_descriptor < 0) {
-        throw std::system_error(errno, std::generic_category(), "cannot create " + m_path);
+    if (error) {
+        throw std::system_error(error, "cannot create " + m_path);
     }
     m_gathered.reserve(gatherSize);
 }
@@ -54,12 +46,12 @@ void OutputFile::flush() {
 }
 
 void OutputFile::close() {
-    if (m_descriptor < 0) {
+    if (!m_file.isOpen()) {
         return;
     }
     flush();
-    if (::close(std::exchange(m_descriptor, -1)) != 0) {
-        setProblem(std::generic_category().message(errno));
+    if (const std::error_code error = m_file.close()) {
+        setProblem(error.message());
     }
 }
 
@@ -110,15 +102,14 @@ void OutputFile::gather(std::span<const std::uint8_t> bytes) {
 }
 
 void OutputFile::writeAll(std::span<const std::uint8_t> bytes) {
-    while (!bytes.empty() && !m_isBroken) {
-        const ssize_t written = ::write(m_descriptor, bytes.data(), bytes.size());
-        if (written > 0) {
-            m_writtenBytes += static_cast<std::uint64_t>(written);
-            bytes = bytes.subspan(static_cast<std::size_t>(written));
-        } else if (errno != EINTR) {
-            m_isBroken = true;
-            setProblem(std::generic_category().message(errno));
-        }
+    if (m_isBroken) {
+        return;
+    }
+    std::error_code error;
+    m_writtenBytes += m_file.write(bytes, error);
+    if (error) {
+        m_isBroken = true;
+        setProblem(error.message());
     }
 }
 

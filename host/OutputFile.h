@@ -12,6 +12,7 @@
 
 #include "AdtsHeader.h"
 #include "MediaPool.h"
+#include "System.h"
 
 namespace KorvelVideo::Host {
 
@@ -55,7 +56,7 @@ private:
 
     std::string m_path;
     Framing m_framing;
-    int m_descriptor = -1;
+    NewFile m_file;
     bool m_isBroken = false;
     std::vector<std::uint8_t> m_gathered;
     std::atomic<std::uint64_t> m_writtenBytes{0};

@@ -10,7 +10,7 @@ namespace KorvelVideo::Host {
 
 namespace {
 
-constexpr const char* moduleFileName = "libkvNetworkReceiver.so";
+constexpr const char* moduleFileName = KV_MODULE_FILE;
 
 // Settings of every protocol have the address and the interface; `Interface` says what else is asked.
 template <class Interface>
@@ -80,7 +80,8 @@ HRESULT createFromFile(const std::string& path, REFCLSID clsid, REFIID iid, void
     if (module == nullptr) {
         return CO_E_DLLNOTFOUND;
     }
-    const auto getClassObject = reinterpret_cast<GetClassObject>(GetProcAddress(module, "DllGetClassObject"));
+    const auto getClassObject = reinterpret_cast<GetClassObject>(
+        reinterpret_cast<void*>(GetProcAddress(module, "DllGetClassObject")));
     if (getClassObject == nullptr) {
         FreeLibrary(module);
         return CO_E_ERRORINDLL;

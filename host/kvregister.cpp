@@ -74,7 +74,8 @@ void print(const std::vector<std::string>& classes) {
 // Calls the module's entry point; says what failed and returns false.
 bool callEntryPoint(HMODULE module, const char* name, const std::string& path) {
     using EntryPoint = HRESULT (*)();
-    const auto entryPoint = reinterpret_cast<EntryPoint>(GetProcAddress(module, name));
+    const auto entryPoint =
+        reinterpret_cast<EntryPoint>(reinterpret_cast<void*>(GetProcAddress(module, name)));
     if (entryPoint == nullptr) {
         std::fprintf(stderr, "kvregister: %s has no %s: it is not an in-process server\n", path.c_str(),
                      name);

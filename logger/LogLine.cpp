@@ -1,9 +1,9 @@
 #include "LogLine.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 
 namespace ModuleLogger {
 
@@ -35,15 +35,16 @@ LogLine::LogLine(std::uint32_t level, std::uint32_t moduleId, const char* source
 }
 
 void LogLine::addTime() noexcept {
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    tm calendar{};
-    gmtime_r(&now.tv_sec, &calendar);
-    char date[32];
-    char time[48];
-    std::strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &calendar);
-    std::snprintf(time, sizeof time, "%s.%03dZ", date, static_cast<int>(now.tv_nsec / 1'000'000));
-    addRaw(time);
+    const auto now = std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
+    const auto day = std::chrono::floor<std::chrono::days>(now);
+    const std::chrono::year_month_day date(day);
+    const std::chrono::hh_mm_ss time(now - day);
+    char text[96];
+    std::snprintf(text, sizeof text, "%04d-%02u-%02uT%02d:%02d:%02d.%03dZ", static_cast<int>(date.year()),
+                  static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
+                  static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
+                  static_cast<int>(time.seconds().count()), static_cast<int>(time.subseconds().count()));
+    addRaw(text);
 }
 
 LogLine& LogLine::add(const char* text) noexcept {

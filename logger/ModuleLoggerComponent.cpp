@@ -1,13 +1,10 @@
 #include "ModuleLoggerComponent.h"
 
-#include <unistd.h>
-
 #include <atomic>
-#include <cerrno>
-#include <cstdlib>
 #include <new>
 
 #include "LogLine.h"
+#include "LogOutput.h"
 
 namespace ModuleLogger {
 
@@ -20,19 +17,12 @@ std::atomic<std::uint32_t> g_useCount{0};
 
 // The level that KV_LOG_LEVEL asks for; anything but one digit from 0 to 4 is passed over.
 std::uint32_t chosenLevel() noexcept {
-    const char* text = secure_getenv("KV_LOG_LEVEL");
+    const char* text = logLevelVariable();
     const bool isLevel = text != nullptr && text[0] >= '0' && text[0] <= '4' && text[1] == '\0';
     return isLevel ? static_cast<std::uint32_t>(text[0] - '0') : defaultLevel;
 }
 
-// A line that standard error does not take is lost: there is nowhere to report it.
-void writeLine(LogLine& line) noexcept {
-    const std::string_view text = line.finish();
-    ssize_t written = 0;
-    do {
-        written = write(STDERR_FILENO, text.data(), text.size());
-    } while (written < 0 && errno == EINTR);
-}
+void writeLine(LogLine& line) noexcept { writeToStandardError(line.finish()); }
 
 class Logger final : public IModuleLogger {
 public:

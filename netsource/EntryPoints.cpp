@@ -7,17 +7,12 @@
 #include "NetworkClient.h"
 #include "NetworkClientCounters.h"
 #include "NetworkLog.h"
-#include "PlatformCompiler.h"
-#include "Sockets.h"
 #include "StreamingSdk.h"
 
 using namespace MainConcept::NetworkStreaming;
 namespace NetworkSource = KorvelVideo::NetworkSource;
 
 namespace {
-
-// Status of the socket layer's functions when the layer gives no service.
-constexpr std::int32_t kSocketServiceFailed = 3;
 
 // What CreateBufferAllocator accepts; far beyond what any consumer needs.
 constexpr std::uint32_t kMaxCount = 1U << 12;
@@ -27,16 +22,7 @@ constexpr std::uint32_t kMaxBufferSize = 1U << 24;
 
 extern "C" {
 
-KV_EXPORT std::int32_t StartSocketService() {
-    return NetworkSource::startSocketLayer() ? kSocketServiceOk : kSocketServiceFailed;
-}
-
-KV_EXPORT std::int32_t StopSocketService() {
-    return NetworkSource::stopSocketLayer() ? kSocketServiceOk : kSocketServiceFailed;
-}
-
-KV_EXPORT SdkNetworkClient* CreateNetworkClient(INetStreamCreator* creator,
-                                                const SdkClientSettings* settings) {
+SdkNetworkClient* CreateNetworkClient(INetStreamCreator* creator, const SdkClientSettings* settings) {
     if (creator == nullptr) {
         return nullptr;
     }
@@ -48,9 +34,9 @@ KV_EXPORT SdkNetworkClient* CreateNetworkClient(INetStreamCreator* creator,
     }
 }
 
-KV_EXPORT SdkBufferAllocator* CreateBufferAllocator(std::uint32_t /*kind*/, std::uint32_t count,
-                                                    std::uint32_t limit, std::uint32_t bufferSize,
-                                                    std::uint32_t alignment, void* /*reserved*/) {
+SdkBufferAllocator* CreateBufferAllocator(std::uint32_t /*kind*/, std::uint32_t count, std::uint32_t limit,
+                                          std::uint32_t bufferSize, std::uint32_t alignment,
+                                          void* /*reserved*/) {
     if (count == 0 || count > kMaxCount || bufferSize == 0 || bufferSize > kMaxBufferSize || alignment > 1) {
         return nullptr;
     }
@@ -61,15 +47,14 @@ KV_EXPORT SdkBufferAllocator* CreateBufferAllocator(std::uint32_t /*kind*/, std:
     }
 }
 
-KV_EXPORT void AttachBuffer(_tagConsumerInfo* info, std::uint32_t offset, std::uint32_t capacity) {
+void AttachBuffer(_tagConsumerInfo* info, std::uint32_t offset, std::uint32_t capacity) {
     if (info != nullptr) {
         info->dataOffset = offset;
         info->capacity = capacity;
     }
 }
 
-KV_EXPORT std::uint32_t GetNetworkClientCounters(NetworkSource::ClientCounters* clients,
-                                                 std::uint32_t capacity) {
+std::uint32_t GetNetworkClientCounters(NetworkSource::ClientCounters* clients, std::uint32_t capacity) {
     return NetworkSource::ClientRegistry::instance().query(clients, capacity);
 }
 }

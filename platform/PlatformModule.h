@@ -13,6 +13,8 @@
 
 #ifndef _WIN32
 
+#include "PlatformCompiler.h"
+
 // A loaded module: the address it is loaded at, whether DllMain or LoadLibraryA gave it.
 using HMODULE = void*;
 
@@ -49,6 +51,14 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, const wchar_t* wide, int len
 // Formats into a buffer of at least 1,024 wide characters: %ls, %s (wide), %d, %u, %x and %%. Output is cut
 // at 1,024, terminator included. Returns the number of characters without it.
 int wsprintfW(wchar_t* buffer, const wchar_t* format, ...);
+
+// What an in-process server exports: the class object of one of its classes; S_OK when it may be unloaded,
+// else S_FALSE; writing its classes to the class registry and removing them. Windows takes the list of
+// exports from a module definition file.
+KV_EXPORT HRESULT DllGetClassObject(REFCLSID clsid, REFIID iid, void** object);
+KV_EXPORT HRESULT DllCanUnloadNow();
+KV_EXPORT HRESULT DllRegisterServer();
+KV_EXPORT HRESULT DllUnregisterServer();
 }
 
 #endif

@@ -8,7 +8,6 @@
 #include "ClassRegistration.h"
 #include "DeferredWork.h"
 #include "KvNetworkReceiver.h"
-#include "PlatformCompiler.h"
 #include "PlatformModule.h"
 #include "RtmpReceiverFactory.h"
 #include "RtpReceiverFactory.h"
@@ -75,11 +74,6 @@ HRESULT forEachServedClass(Step step) {
 } // namespace
 
 extern "C" {
-
-KV_EXPORT HRESULT DllGetClassObject(REFCLSID rclsid, REFIID riid, void** ppv);
-KV_EXPORT HRESULT DllCanUnloadNow();
-KV_EXPORT HRESULT DllRegisterServer();
-KV_EXPORT HRESULT DllUnregisterServer();
 
 BOOL DllMain(HMODULE module, DWORD reason, void* /*reserved*/) {
     if (reason == DLL_PROCESS_ATTACH) {

@@ -2,9 +2,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
 
+#include <atomic>
 #include <fstream>
 
 #include "FakeComponent.h"
@@ -38,7 +37,7 @@ Outcome receive(const FakeScript& script, const std::vector<const char*>& argume
     Outcome result;
     {
         const auto parsed = parseOptions(arguments);
-        Application application(std::get<Options>(parsed), terminal, {});
+        Application application(std::get<Options>(parsed), terminal);
         result.exitCode = application.run();
     }
     result.output = output.text();
@@ -199,17 +198,14 @@ TEST(Application, JsonIsAloneOnStandardOutput) {
     EXPECT_THAT(result.output, HasSubstr(R"("exit_code":5})"));
 }
 
+// Ends a run from another thread's hands.
 class Interruption {
 public:
-    Interruption() : m_descriptor(eventfd(0, EFD_CLOEXEC)) {}
-    Interruption(const Interruption&) = delete;
-    Interruption& operator=(const Interruption&) = delete;
-    ~Interruption() { close(m_descriptor); }
-    void raise() const { eventfd_write(m_descriptor, 1); }
-    [[nodiscard]] int descriptor() const { return m_descriptor; }
+    void aimAt(Application& application) { m_application = &application; }
+    void raise() const { m_application.load()->requestEnd(); }
 
 private:
-    int m_descriptor;
+    std::atomic<Application*> m_application{nullptr};
 };
 
 // Standard output that asks for the end as soon as `text` has been written to it.
@@ -239,26 +235,24 @@ private:
 
 TEST(Application, AnInterruptionStopsCleanly) {
     const TemporaryFolder folder;
-    const Interruption interruption;
+    Interruption interruption;
     const InterruptingOutput output(interruption, "Stream 1  TS"); // the first line of statistics
     FakeScript script;
     script.streams = {transport({"abc"}, {KV_S_STREAM_ACTIVE})};
     Terminal terminal(output.file(), stderr, false, 80);
     const FakeComponent component(script);
-    int accepted = 0;
     {
         const std::vector<const char*> arguments{"udp://a:1", "--output", folder.path().c_str()};
-        Application application(std::get<Options>(parseOptions(arguments)), terminal,
-                                {interruption.descriptor(), [&] { ++accepted; }});
+        Application application(std::get<Options>(parseOptions(arguments)), terminal);
+        interruption.aimAt(application);
         EXPECT_EQ(application.run(), exitReceived);
     }
-    EXPECT_EQ(accepted, 1);
     EXPECT_EQ(folder.read("stream1.ts"), "abc");
     EXPECT_THAT(component.calls(), ElementsAre("ts create udp://a:1 (none)", "start", "stop", "end"));
 }
 
 TEST(Application, AnInterruptionWhileOpeningDoesNotWait) {
-    const Interruption interruption;
+    Interruption interruption;
     FakeScript script;
     script.whileOpening = [&] {
         interruption.raise();
@@ -269,7 +263,8 @@ TEST(Application, AnInterruptionWhileOpeningDoesNotWait) {
     EXPECT_EXIT(
         {
             Application application(std::get<Options>(parseOptions(std::vector<const char*>{"rtsp://a"})),
-                                    terminal, {interruption.descriptor(), [] {}});
+                                    terminal);
+            interruption.aimAt(application);
             std::_Exit(application.run());
         },
         testing::ExitedWithCode(exitOpenFailed), "gave up opening rtsp://a");

@@ -242,7 +242,7 @@ SdkNetworkClient* CreateNetworkClient(INetStreamCreator* creator, const SdkClien
     const FakeScope fake;
     const std::lock_guard lock(state().lock);
     const bool zeros = std::all_of(std::begin(settings->reserved8), std::end(settings->reserved8),
-                                   [](std::uint8_t byte) { return byte == 0; });
+                                   [](std::uint8_t value) { return value == 0; });
     record(std::string("CreateNetworkClient(") + (creator != nullptr ? "creator" : "null") +
            (zeros && settings->receiver != nullptr ? ", receiver)" : ", wrong settings)"));
     state().lastReceiver = settings->receiver;
