@@ -56,12 +56,18 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   target_compile_options(kv_test_options INTERFACE $<$<CONFIG:Release>:-Wno-error>)
 endif()
 
-# kv_add_test(<name> SOURCES ... LIBRARIES ...): a GoogleTest program whose cases are separate ctest tests.
+# kv_add_test(<name> [AT_ONCE] SOURCES ... LIBRARIES ...): a GoogleTest program whose cases are separate ctest tests; with
+# AT_ONCE, for programs of many quick cases, it is one test.
 function(kv_add_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBRARIES;LABELS")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "AT_ONCE" "" "SOURCES;LIBRARIES;LABELS")
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE kv_options ${arg_LIBRARIES} GTest::gmock GTest::gtest_main
     kv_test_options)
-  gtest_discover_tests(${name} TEST_PREFIX "${name}." DISCOVERY_TIMEOUT 60
-    PROPERTIES TIMEOUT 120 LABELS "${arg_LABELS}")
+  if(arg_AT_ONCE)
+    add_test(NAME ${name} COMMAND ${name})
+    set_tests_properties(${name} PROPERTIES TIMEOUT 900 LABELS "${arg_LABELS}")
+  else()
+    gtest_discover_tests(${name} TEST_PREFIX "${name}." DISCOVERY_TIMEOUT 60
+      PROPERTIES TIMEOUT 120 LABELS "${arg_LABELS}")
+  endif()
 endfunction()
