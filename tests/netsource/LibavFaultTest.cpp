@@ -19,7 +19,7 @@ namespace {
 using namespace MainConcept::NetworkStreaming;
 using namespace std::chrono_literals;
 
-constexpr auto kStopBound = 200ms;
+constexpr std::chrono::milliseconds kStopBound{KV_STOP_BOUND_MILLISECONDS};
 
 std::chrono::milliseconds timeOf(const std::function<void()>& call) {
     const auto start = Clock::now();
