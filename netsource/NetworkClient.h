@@ -75,7 +75,6 @@ private:
     Creator& m_creator;
     void* const m_receiver;
     const Surroundings m_surroundings;
-    const std::uint32_t m_number;
     std::atomic<std::uint32_t> m_references{1};
     SourceParameters m_parameters;
     std::shared_ptr<ConsumerSink> m_sink; // while playing
@@ -85,6 +84,9 @@ private:
     bool m_playing = false;
     std::shared_ptr<Source> m_source;           // once opened
     std::shared_ptr<ConsumerTable> m_consumers; // once announced
+
+    // Last, since it comes from the registry, and with it the first query from another thread.
+    const std::uint32_t m_number;
 };
 
 } // namespace KorvelVideo::NetworkSource
