@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
-#include <vector>
+#include <string>
 
 #include "Require.h"
 #include "RtpPacket.h"
@@ -17,10 +17,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     SourceCounters counters;
     RtpReorderBuffer buffer(counters);
     RtpReorderBuffer::TimePoint now{};
-    std::map<std::vector<std::uint8_t>, int> pushed; // payloads that may still come out
+    std::map<std::string, int> pushed; // payloads that may still come out
     std::size_t inside = 0;
     const RtpReorderBuffer::Emit emit = [&](std::span<const std::uint8_t> payload) {
-        int& count = pushed[std::vector<std::uint8_t>(payload.begin(), payload.end())];
+        int& count = pushed[std::string(payload.begin(), payload.end())];
         KV_REQUIRE(count > 0);
         --count;
         --inside;
@@ -47,7 +47,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         if (buffer.acceptNext(packet->sequenceNumber, packet->synchronisationSource)) {
             continue;
         }
-        ++pushed[std::vector<std::uint8_t>(packet->payload.begin(), packet->payload.end())];
+        ++pushed[std::string(packet->payload.begin(), packet->payload.end())];
         ++inside;
         const std::uint64_t duplicates = counters.rtpDuplicates;
         buffer.push(*packet, now, emit);
