@@ -10,6 +10,26 @@ namespace {
 constexpr std::size_t gatherSize = 64U << 10U;
 constexpr int mostNames = 10000;
 
+// Whether a sequence parameter set comes before the picture in an access unit in Annex B form
+// (ISO/IEC 14496-10, 7.4.1.2.3).
+bool hasSequenceParameterSet(std::span<const std::uint8_t> unit) noexcept {
+    constexpr unsigned lastSliceType = 5;
+    constexpr unsigned sequenceParameterSetType = 7;
+    for (std::size_t at = 0; at + 3 < unit.size(); ++at) {
+        if (unit[at] != 0 || unit[at + 1] != 0 || unit[at + 2] != 1) {
+            continue;
+        }
+        const unsigned type = unit[at + 3] & 0x1FU;
+        if (type == sequenceParameterSetType) {
+            return true;
+        }
+        if (type >= 1 && type <= lastSliceType) {
+            return false;
+        }
+    }
+    return false;
+}
+
 } // namespace
 
 OutputFile::OutputFile(const std::string& directory, const std::string& name, const std::string& extension,
@@ -32,7 +52,11 @@ OutputFile::OutputFile(const std::string& directory, const std::string& name, co
 OutputFile::~OutputFile() { close(); }
 
 void OutputFile::append(const MediaBuffer& unit) {
-    const bool isFramed = m_framing == Framing::none || appendAdtsHeader(unit);
+    m_hasBegun = m_hasBegun || begins(unit);
+    if (!m_hasBegun) {
+        return;
+    }
+    const bool isFramed = m_framing != Framing::adts || appendAdtsHeader(unit);
     if (!isFramed || m_isBroken) {
         countLost();
         return;
@@ -65,6 +89,10 @@ void OutputFile::setProblem(const std::string& problem) {
     if (m_problem.empty()) {
         m_problem = problem;
     }
+}
+
+bool OutputFile::begins(const MediaBuffer& unit) const noexcept {
+    return m_framing != Framing::annexB || hasSequenceParameterSet(unit.bytes());
 }
 
 bool OutputFile::appendAdtsHeader(const MediaBuffer& unit) {

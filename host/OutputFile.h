@@ -16,8 +16,13 @@
 
 namespace KorvelVideo::Host {
 
-// What goes around each access unit in the file.
-enum class Framing { none, adts };
+// What makes a playable file of access units as they come.
+enum class Framing {
+    none,
+    annexB, // the file begins with the first access unit that has parameter sets: nothing before it can be
+            // decoded
+    adts,   // a header before each access unit
+};
 
 class OutputFile {
 public:
@@ -31,7 +36,8 @@ public:
 
     // The three below are called on one thread.
 
-    // Appends the access unit. What cannot be written is counted as lost.
+    // Appends the access unit. What cannot be written is counted as lost; what comes before the file can
+    // begin is not.
     void append(const MediaBuffer& unit);
     // Hands to the system what is gathered.
     void flush();
@@ -50,6 +56,7 @@ public:
     void setProblem(const std::string& problem);
 
 private:
+    [[nodiscard]] bool begins(const MediaBuffer& unit) const noexcept;
     [[nodiscard]] bool appendAdtsHeader(const MediaBuffer& unit);
     void gather(std::span<const std::uint8_t> bytes);
     void writeAll(std::span<const std::uint8_t> bytes);
@@ -57,6 +64,7 @@ private:
     std::string m_path;
     Framing m_framing;
     NewFile m_file;
+    bool m_hasBegun = false;
     bool m_isBroken = false;
     std::vector<std::uint8_t> m_gathered;
     std::atomic<std::uint64_t> m_writtenBytes{0};

@@ -68,7 +68,7 @@ std::string findModule(std::string& searched) {
         if (std::filesystem::exists(path, ignored)) {
             return path.string();
         }
-        searched += (searched.empty() ? "" : " and ") + path.string();
+        searched += (searched.empty() ? "" : " nor ") + path.string();
     }
     return {};
 }
@@ -108,7 +108,7 @@ HRESULT loadFactory(REFCLSID clsid, REFIID iid, Reference<Factory>& factory, std
     std::string searched;
     const std::string path = findModule(searched);
     if (path.empty()) {
-        problem = "no component is registered, and there is no " + searched;
+        problem = "no component is registered, and there is neither " + searched;
         return result;
     }
     result = createFromFile(path, clsid, iid, factory.receiveVoid());

@@ -9,6 +9,22 @@
 
 namespace KorvelVideo::Host {
 
+namespace {
+
+Framing framingOf(const StreamDescription& description) noexcept {
+    switch (description.type) {
+    case keKvStreamTypeH264:
+        return Framing::annexB;
+    case keKvStreamTypeAac:
+        return Framing::adts;
+    case keKvStreamTypeTransportStream:
+        break;
+    }
+    return Framing::none;
+}
+
+} // namespace
+
 Reception::~Reception() {
     join();
     if (m_receiver) {
@@ -175,9 +191,9 @@ void Reception::createFile(ReceivedStream& stream) {
         return;
     }
     try {
-        const auto framing = stream.description().type == keKvStreamTypeAac ? Framing::adts : Framing::none;
         stream.setFile(&m_services.writer->create("stream" + std::to_string(stream.number()),
-                                                  fileExtension(stream.description()), framing));
+                                                  fileExtension(stream.description()),
+                                                  framingOf(stream.description())));
     } catch (const std::system_error& error) {
         m_services.writer->setFailed();
         report(error.what());

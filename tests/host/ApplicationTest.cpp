@@ -136,12 +136,13 @@ TEST(Application, EveryProtocolGetsItsFactoryAndSettings) {
 TEST(Application, WritesEachStreamToItsFile) {
     const TemporaryFolder folder;
     const std::string output = folder.path() + "/new/folder";
+    const std::string picture("\0\0\1\x67", 4);
     FakeScript script;
-    script.streams = {{keKvStreamTypeH264, {"video1", "video2"}, activeThenEnded},
+    script.streams = {{keKvStreamTypeH264, {picture, "video2"}, activeThenEnded},
                       {keKvStreamTypeAac, {"ab", "cd"}, activeThenEnded}};
     const Outcome result = receive(script, {"rtmp://a/x", "--output", output.c_str()});
     EXPECT_EQ(result.exitCode, exitReceived) << result.messages;
-    EXPECT_EQ(folder.read("new/folder/stream1.h264"), "video1video2");
+    EXPECT_EQ(folder.read("new/folder/stream1.h264"), picture + "video2");
     const std::string header = {'\xFF', '\xF1', '\x4C', '\x80', '\x01', '\x3F', '\xFC'};
     EXPECT_EQ(folder.read("new/folder/stream2.aac"), header + "ab" + header + "cd");
     EXPECT_THAT(result.output,

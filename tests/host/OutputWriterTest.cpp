@@ -45,6 +45,27 @@ void replaceOpenFile(const std::string& path, int other) {
     FAIL() << path << " is not open";
 }
 
+TEST(OutputWriter, PictureFilesBeginWhereDecodingCan) {
+    const TemporaryFolder folder;
+    MediaPool<Surface> pool;
+    OutputWriter writer(folder.path());
+    OutputFile& file = writer.create("picture", ".h264", Framing::annexB);
+    using namespace std::literals;
+    const std::string_view undecodable[] = {"\0\0\0\1\x41p\0\0\1\x67"sv, "\0\0\1"sv, ""sv, "\0\0\1\x09"sv};
+    const std::string_view decodable[] = {"\0\0\0\1\x09\xF0\0\0\1\x67s\0\0\1\x65"sv, "\0\0\1\x41p"sv};
+    std::string expected;
+    for (const std::string_view unit : undecodable) {
+        pushText(writer, file, pool, unit);
+    }
+    for (const std::string_view unit : decodable) {
+        pushText(writer, file, pool, unit);
+        expected += unit;
+    }
+    writer.close();
+    EXPECT_EQ(folder.read("picture.h264"), expected);
+    EXPECT_EQ(file.lostUnits(), 0U);
+}
+
 TEST(OutputWriter, WritesEverythingInOrder) {
     const TemporaryFolder folder;
     MediaPool<Surface> pool;
