@@ -277,7 +277,7 @@ const char* helpText() noexcept {
            "  --output DIR         write each stream to a file in DIR (.ts, .h264, .aac)\n"
            "  --duration SECONDS   stop after this time of reception\n"
            "  --json               one JSON object a line on standard output\n"
-           "  --nic NAME|ADDRESS   network interface to receive on\n"
+           "  --nic NAME|ADDRESS   network interface to receive on (udp, rtp, FILE.sdp)\n"
            "  --port PORT          local receive port (rtsp, rtmp)\n"
            "  --client-option N    option value for the network client (rtp)\n"
            "  --redirect URL       go on with another address of the same protocol\n"

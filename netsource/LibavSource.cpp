@@ -220,6 +220,10 @@ ClientStatus LibavSource::open(const SourceParameters& parameters, TimePoint dea
         KV_NET_LOG(error, "The " + name() + " is unusable: " + fault);
         return keClientInvalidParameter;
     }
+    if (m_protocol != Protocol::description && !parameters.networkInterface.empty()) {
+        KV_NET_LOG(notice, name() + " is reached by the system's routes: the network interface \"" +
+                               parameters.networkInterface + "\" is for datagrams only");
+    }
     Description result = describe(parameters, deadline);
     if (result.status != keClientOk) {
         KV_NET_LOG(error, name() + " cannot be opened: " + result.failure);
