@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Makes the seeds of the bitstream fuzz targets from the recorded streams in tests/data."""
+"""Makes the seeds of the bitstream fuzz targets from the recorded streams in tests/data, and those of DatagramReceiverFuzz."""
 from pathlib import Path
 
 here = Path(__file__).resolve().parent
@@ -22,3 +22,27 @@ for file in sorted((data / "loas").glob("*.loas")):
     write("LoasFrameFuzz", file.stem, frame)
     write("StreamMuxConfigFuzz", file.stem, frame[3:40])  # useSameStreamMux and what follows
     write("AudioSpecificConfigFuzz", file.stem, frame[5:40])  # behind 16 bits of multiplex configuration
+
+
+def batch(datagrams, refuse=False):
+    """What DatagramReceiverFuzz receives at once."""
+    sized = b"".join(len(datagram).to_bytes(2, "big") + datagram for datagram in datagrams)
+    return bytes([len(datagrams) | refuse << 7]) + sized
+
+
+def rtp(number, payload):
+    return bytes([0x80, 33]) + number.to_bytes(2, "big") + bytes(4) + b"kvnr" + payload
+
+
+def packets(first, count=7):
+    return b"".join(bytes([0x47, 1, 0, 0x10 | (first + index) & 15]) + bytes([index]) * 184 for index in range(count))
+
+
+usual = [packets(number * 7) for number in range(5)]
+uneven = [packets(0), packets(7, 3), b"", packets(10, 1), bytes(2500), packets(11)]
+write("DatagramReceiverFuzz", "usual", b"\2" + batch(usual) + batch(usual))
+write("DatagramReceiverFuzz", "uneven", b"\2" + batch(uneven) + batch(usual, refuse=True) + batch(uneven))
+write("DatagramReceiverFuzz", "uneven-small-buffers", b"\0" + batch(uneven) + batch(usual))
+numbered = [rtp(65533 + number & 0xFFFF, payload) for number, payload in enumerate(usual)]
+write("DatagramReceiverFuzz", "rtp", b"\3" + batch(numbered) + batch(uneven))
+write("DatagramReceiverFuzz", "rtp-reordered", b"\1" + batch(numbered[:2] + numbered[:1:-1] + numbered[1:3]))
