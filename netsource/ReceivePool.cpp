@@ -201,6 +201,9 @@ void ReceivePool::State::serve(const EntryPointer& entry, DatagramBatch& batch,
     entry->busy = true;
     entry->servedRound = round;
     entry->servedBy = std::this_thread::get_id();
+    if (!watching && entries.size() > 1) { // this call may take long, so somebody must look in
+        wanted.notify_one();
+    }
     lock.unlock();
 
     const Clock::time_point now = Clock::now();
@@ -317,7 +320,6 @@ void ReceivePool::State::watch(std::unique_lock<std::mutex>& lock) {
                          idle ? duration_cast<microseconds>(kIdleInterval) : kWatchIntervals * interval);
     }
     watching = false;
-    wanted.notify_one();
 }
 
 } // namespace KorvelVideo::NetworkSource
