@@ -13,8 +13,7 @@ std::uint64_t BitReader::peekBitsSlowly(std::int32_t n) const noexcept {
         return peekBits(c_widestPeek) << low | rest.peekBits(low);
     }
     const auto taken = static_cast<std::int32_t>(std::min<std::int64_t>(n, bitsLeft()));
-    const std::uint64_t word = end - position >= 8 ? loadWord(position) : lastWord();
-    return word << bitOffset >> 1 >> (63 - taken);
+    return lastWord() << bitOffset >> 1 >> (63 - taken);
 }
 
 // The bytes from position to the end, fewer than eight, left-aligned.
