@@ -87,11 +87,10 @@ std::size_t AvcFragmentWriter::write(Bytes fragment, std::optional<std::int64_t>
     return m_leftOut;
 }
 
-void AvcFragmentWriter::finish(std::size_t stream, SourceSink& sink) {
+void AvcFragmentWriter::flush(std::size_t stream, SourceSink& sink) {
     m_sink = &sink;
     m_stream = stream;
     handOn();
-    m_time.reset();
 }
 
 void AvcFragmentWriter::writeNal(Bytes nal, ParameterSets& sets) {

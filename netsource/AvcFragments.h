@@ -19,8 +19,8 @@ public:
     // access unit begins. Returns the bytes that were left out for want of buffers.
     std::size_t write(Bytes fragment, std::optional<std::int64_t> time, ParameterSets& sets,
                       std::size_t stream, SourceSink& sink);
-    // Hands on what is left. To be called when no more comes.
-    void finish(std::size_t stream, SourceSink& sink);
+    // Hands on what waits. To be called when nothing comes for a while; more of the access unit may follow.
+    void flush(std::size_t stream, SourceSink& sink);
 
 private:
     [[nodiscard]] bool beginsAccessUnit(Bytes fragment, std::optional<std::int64_t> time) const;

@@ -268,10 +268,10 @@ LibavInput::ReadResult LibavReception::receive(SourceSink& sink, SourceCounters&
     return LibavInput::ReadResult::packet;
 }
 
-void LibavReception::finish(SourceSink& sink) {
+void LibavReception::flush(SourceSink& sink) {
     for (const Stream& stream : m_streams) {
         if (stream.translator && stream.announced) {
-            stream.translator->finish(*stream.announced, sink);
+            stream.translator->flush(*stream.announced, sink);
         }
     }
 }

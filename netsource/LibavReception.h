@@ -32,13 +32,13 @@ public:
 
     // Ties the demuxer's streams to the announced ones, each to the first free one of its type.
     void attach(const std::vector<ElementaryStream>& announced);
-    // Delivers one packet; what it returns ended the reading when it is
-    // not `packet`.
+    // Delivers one packet; what it returns ended the reading when it is not `packet`.
     [[nodiscard]] LibavInput::ReadResult receive(SourceSink& sink, SourceCounters& counters,
                                                  const LibavInput::StopTest& stop);
 
-    // Delivers what waits for more of its access unit. To be called when no more is received.
-    void finish(SourceSink& sink);
+    // Delivers what waits for more of its access unit. To be called when nothing is received for a
+    // while; more may follow.
+    void flush(SourceSink& sink);
 
 private:
     struct Stream {

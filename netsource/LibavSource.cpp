@@ -271,10 +271,15 @@ SourceEnd LibavSource::run(Round& round) {
         const auto fallsBack = [&] {
             return mayFallBack && !reception->gotPackets() && Clock::now() >= fallbackTime;
         };
+        bool quiet = false;
         // Asked by what blocks, so this is where silence is noticed.
         const auto stop = [&] {
             if (!round.stopped() && Clock::now() >= nextIdle) {
                 nextIdle = Clock::now() + kIdleInterval;
+                if (quiet) {
+                    reception->flush(round.sink());
+                }
+                quiet = true;
                 round.sink().idle();
             }
             return round.stopped() || fallsBack();
@@ -282,8 +287,9 @@ SourceEnd LibavSource::run(Round& round) {
         LibavInput::ReadResult result = LibavInput::ReadResult::packet;
         while (result == LibavInput::ReadResult::packet && !round.stopped()) {
             result = reception->receive(round.sink(), m_counters, stop);
+            quiet = false;
         }
-        reception->finish(round.sink());
+        reception->flush(round.sink());
         if (!round.stopped() && result == LibavInput::ReadResult::stopped) {
             KV_NET_LOG(event, name() + " sends nothing over UDP, trying TCP");
             mayFallBack = false;

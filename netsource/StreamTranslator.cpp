@@ -62,7 +62,7 @@ public:
         return sink.deliverCopy(stream, pieces, timeStamp) ? 0 : packet.data.size();
     }
 
-    void finish(std::size_t stream, SourceSink& sink) override { m_fragments.finish(stream, sink); }
+    void flush(std::size_t stream, SourceSink& sink) override { m_fragments.flush(stream, sink); }
 
 private:
     ParameterSets m_sets;

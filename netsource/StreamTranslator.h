@@ -41,8 +41,9 @@ public:
     // Delivers a packet's access units to stream number `stream` of the sink. Returns how many bytes had to
     // be left out: damaged, or not taken for want of buffers.
     virtual std::size_t deliver(const MediaPacket& packet, std::size_t stream, SourceSink& sink) = 0;
-    // Delivers what waits for more of its access unit. To be called when no more comes.
-    virtual void finish(std::size_t /*stream*/, SourceSink& /*sink*/) {}
+    // Delivers what waits for more of its access unit. To be called when nothing comes for a while; more may
+    // follow.
+    virtual void flush(std::size_t /*stream*/, SourceSink& /*sink*/) {}
 };
 
 // H.264, in Annex B or length-prefixed as its configuration says.

@@ -206,8 +206,11 @@ TEST(LibavFramingTest, FragmentsBecomeAccessUnits) {
                 const std::optional<std::int64_t> time =
                     fragment.time ? std::optional(*fragment.time * 10'000) : std::nullopt;
                 EXPECT_EQ(0U, writer.write(hex(fragment.bytes), time, sets, 0, sink));
+                if (bufferSize == 7) { // pauses within an access unit do not split it
+                    writer.flush(0, sink);
+                }
             }
-            writer.finish(0, sink);
+            writer.flush(0, sink);
             std::vector<ByteVector> expected;
             for (const std::string& unit : row.units) {
                 expected.push_back(hex(unit));
