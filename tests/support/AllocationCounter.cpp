@@ -1,18 +1,37 @@
 #include "AllocationCounter.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <new>
 
+#include "FakeScope.h"
+
 namespace {
+
 thread_local std::uint64_t t_allocations = 0;
 thread_local std::uint64_t t_bytes = 0;
-thread_local bool t_failing = false;
+std::atomic<bool> g_faulty{false};
+std::atomic<std::int64_t> g_count{0};
+std::atomic<std::int64_t> g_first{0};
+std::atomic<std::int64_t> g_failures{0};
 
-void* allocate(std::size_t size) noexcept {
+bool mayAllocate(std::size_t size) noexcept {
+    if (FakeScope::isActive()) {
+        return true;
+    }
     ++t_allocations;
     t_bytes += size;
-    return t_failing ? nullptr : std::malloc(size == 0 ? 1 : size);
+    if (!g_faulty) {
+        return true;
+    }
+    const std::int64_t number = g_count++;
+    return number < g_first || number - g_first >= g_failures;
 }
+
+void* allocate(std::size_t size) noexcept {
+    return mayAllocate(size) ? std::malloc(size == 0 ? 1 : size) : nullptr;
+}
+
 } // namespace
 
 AllocationCounter::AllocationCounter() noexcept : m_startCount(t_allocations), m_startBytes(t_bytes) {}
@@ -21,9 +40,16 @@ std::uint64_t AllocationCounter::count() const noexcept { return t_allocations -
 
 std::uint64_t AllocationCounter::bytes() const noexcept { return t_bytes - m_startBytes; }
 
-AllocationFailure::AllocationFailure() noexcept { t_failing = true; }
+AllocationFault::AllocationFault(std::int64_t first, std::int64_t failures) noexcept {
+    g_count = 0;
+    g_first = first;
+    g_failures = failures;
+    g_faulty = true;
+}
 
-AllocationFailure::~AllocationFailure() { t_failing = false; }
+AllocationFault::~AllocationFault() { g_faulty = false; }
+
+std::int64_t AllocationFault::count() noexcept { return g_count; }
 
 void* operator new(std::size_t size) {
     if (void* const memory = allocate(size)) {

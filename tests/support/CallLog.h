@@ -1,23 +1,15 @@
 #pragma once
 
+#include <cstdint>
+#include <map>
 #include <mutex>
+#include <optional>
+#include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
-// Marks what a fake does for itself, so that a test which counts or fails the module's allocations leaves it
-// out.
-class FakeScope {
-public:
-    FakeScope() noexcept { ++t_depth; }
-    ~FakeScope() { --t_depth; }
-    FakeScope(const FakeScope&) = delete;
-    FakeScope& operator=(const FakeScope&) = delete;
-
-    [[nodiscard]] static bool isActive() noexcept { return t_depth != 0; }
-
-private:
-    static thread_local int t_depth;
-};
+#include "FakeScope.h"
 
 // The calls that the module makes to the host, the SDK and the logger, in the order in which they were made
 // on whatever thread. One for the process: the fakes write to it, a test reads it.
@@ -25,18 +17,47 @@ class CallLog {
 public:
     static CallLog& instance();
 
-    void record(std::string call);
-    // All calls so far; the log is empty afterwards.
-    std::vector<std::string> take();
-    // All calls so far; the log keeps them.
-    [[nodiscard]] std::vector<std::string> peek();
-    void clear();
+    void record(std::string text);
+    // As "name(value, value)".
+    template <class... Values>
+    void recordCall(const std::string& name, const Values&... values) {
+        const FakeScope fake;
+        std::ostringstream text;
+        [[maybe_unused]] const char* separator = "";
+        text << name << '(';
+        ((text << std::exchange(separator, ", ") << values), ...);
+        text << ')';
+        record(text.str());
+    }
 
-    // While off, nothing is kept (and nothing allocated).
+    std::vector<std::string> take();
+    [[nodiscard]] std::vector<std::string> peek();
+    void clear() { static_cast<void>(take()); }
     void setEnabled(bool enabled);
 
 private:
     std::mutex m_lock;
     std::vector<std::string> m_calls;
     bool m_enabled = true;
+};
+
+// Which calls of a fake do otherwise than succeed, by name.
+class CallScript {
+public:
+    // The next `count` calls of `call` return `value`, after `skip` more that succeed.
+    void fail(const std::string& call, std::int64_t value, int count = 1, int skip = 0);
+    void clear();
+
+    // To be asked once at each call: what it must return, when it must not succeed.
+    [[nodiscard]] std::optional<std::int64_t> failureOf(const std::string& call);
+    [[nodiscard]] bool isPending(const std::string& call);
+
+private:
+    struct Failure {
+        std::int64_t value;
+        int count;
+        int skip;
+    };
+    std::mutex m_lock;
+    std::map<std::string, Failure> m_failures;
 };

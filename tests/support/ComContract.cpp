@@ -12,8 +12,10 @@ using Pointer = TKvSmartPtr<IUnknown>;
 
 const IID kNoInterface{0xA11A11AA, 0x0BAD, 0x0BAD, {9, 9, 9, 9, 9, 9, 9, 9}};
 
-HRESULT query(IUnknown* from, REFIID iid, Pointer& to) {
-    return from->QueryInterface(iid, reinterpret_cast<void**>(&to));
+Pointer query(IUnknown* from, REFIID iid) {
+    Pointer to;
+    EXPECT_EQ(from->QueryInterface(iid, reinterpret_cast<void**>(&to)), S_OK);
+    return to;
 }
 
 // An object of which another one is a part.
@@ -25,11 +27,9 @@ public:
     ~Whole() override { m_part->NonDelegatingRelease(); }
 
     HRESULT QueryInterface(REFIID iid, void** object) override {
-        if (object == nullptr) {
-            return E_POINTER;
-        }
-        return iid == IID_IUnknown ? TestObject::QueryInterface(iid, object)
-                                   : m_part->NonDelegatingQueryInterface(iid, object);
+        return object == nullptr     ? E_POINTER
+               : iid == IID_IUnknown ? TestObject::QueryInterface(iid, object)
+                                     : m_part->NonDelegatingQueryInterface(iid, object);
     }
 
 private:
@@ -38,7 +38,7 @@ private:
 
 std::vector<IID> allAnswered(const ComSubject& subject) {
     std::vector<IID> identifiers = subject.answered;
-    identifiers.insert(identifiers.begin(), IID_IUnknown);
+    identifiers.push_back(IID_IUnknown);
     return identifiers;
 }
 
@@ -50,6 +50,8 @@ Pointer createSubject(const ComSubject& subject) {
 }
 
 } // namespace
+
+void PrintTo(const ComSubject& subject, std::ostream* stream) { *stream << subject.name; }
 
 std::string nameOfSubject(const testing::TestParamInfo<ComSubject>& info) { return info.param.name; }
 
@@ -63,53 +65,36 @@ ComSubject aggregated(std::string name, std::function<CKvUnknown*(IUnknown*)> cr
 TEST_P(ComContract, QueriesAreReflexiveSymmetricAndTransitive) {
     const Pointer object = createSubject(GetParam());
     for (const IID& first : allAnswered(GetParam())) {
-        Pointer from;
-        ASSERT_EQ(query(object, first, from), S_OK);
+        const Pointer from = query(object, first);
         for (const IID& second : allAnswered(GetParam())) {
-            Pointer to;
-            Pointer direct;
-            Pointer back;
-            ASSERT_EQ(query(from, second, to), S_OK);
-            ASSERT_EQ(query(object, second, direct), S_OK);
-            EXPECT_EQ(static_cast<IUnknown*>(to), static_cast<IUnknown*>(direct));
-            ASSERT_EQ(query(to, first, back), S_OK);
-            EXPECT_EQ(static_cast<IUnknown*>(back), static_cast<IUnknown*>(from));
+            const Pointer to = query(from, second);
+            EXPECT_EQ(static_cast<IUnknown*>(to), static_cast<IUnknown*>(query(object, second)));
+            EXPECT_EQ(static_cast<IUnknown*>(from), static_cast<IUnknown*>(query(to, first)));
         }
     }
 }
 
-TEST_P(ComContract, RefusedIdentifiersNullTheOutPointer) {
+TEST_P(ComContract, RefusalsTakeNoReferenceAndNullTheOutPointer) {
     const Pointer object = createSubject(GetParam());
     std::vector<IID> refused = GetParam().refused;
     refused.push_back(kNoInterface);
     for (const IID& first : allAnswered(GetParam())) {
-        Pointer from;
-        ASSERT_EQ(query(object, first, from), S_OK);
+        const Pointer from = query(object, first);
         for (const IID& iid : refused) {
             void* out = &refused;
             EXPECT_EQ(from->QueryInterface(iid, &out), E_NOINTERFACE);
             EXPECT_EQ(out, nullptr);
         }
-        EXPECT_EQ(from->AddRef(), 3U) << "a refusal takes no reference";
+        EXPECT_EQ(from->QueryInterface(first, nullptr), E_POINTER);
+        EXPECT_EQ(from->QueryInterface(kNoInterface, nullptr), E_POINTER);
+        EXPECT_EQ(from->AddRef(), 3U);
         from->Release();
     }
-}
-
-TEST_P(ComContract, ANullOutPointerIsRefused) {
-    const Pointer object = createSubject(GetParam());
-    std::vector<IID> identifiers = allAnswered(GetParam());
-    identifiers.push_back(kNoInterface);
-    for (const IID& iid : identifiers) {
-        EXPECT_EQ(object->QueryInterface(iid, nullptr), E_POINTER);
-    }
-    EXPECT_EQ(object->AddRef(), 2U);
-    object->Release();
 }
 
 TEST_P(ComContract, CountsBalanceAndTheLastReleaseEndsIt) {
     const std::int32_t liveBefore = getLiveObjectCount();
     IUnknown* const object = GetParam().create();
-    EXPECT_GT(getLiveObjectCount(), liveBefore);
     ULONG count = 1;
     std::vector<IUnknown*> held;
     for (const IID& iid : allAnswered(GetParam())) {
@@ -138,8 +123,7 @@ TEST_P(ComContract, ReferencesBalanceAcrossThreads) {
             threads.emplace_back([&] {
                 for (int round = 0; round < 200; ++round) {
                     for (const IID& iid : allAnswered(GetParam())) {
-                        Pointer held;
-                        EXPECT_EQ(query(object, iid, held), S_OK);
+                        static_cast<void>(query(object, iid));
                     }
                 }
             });

@@ -24,6 +24,7 @@ struct ComSubject {
 
 class ComContract : public testing::TestWithParam<ComSubject> {};
 
+void PrintTo(const ComSubject& subject, std::ostream* stream);
 [[nodiscard]] std::string nameOfSubject(const testing::TestParamInfo<ComSubject>& info);
 
 // The subject as a part of another object, to which its interfaces delegate and whose identity it takes:

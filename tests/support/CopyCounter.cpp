@@ -2,6 +2,8 @@
 
 #include <cstddef>
 
+#include "FakeScope.h"
+
 namespace {
 thread_local std::uint64_t t_copiedBytes = 0;
 } // namespace
@@ -12,12 +14,12 @@ void* __real_memcpy(void* destination, const void* source, std::size_t size);
 void* __real_memmove(void* destination, const void* source, std::size_t size);
 
 void* __wrap_memcpy(void* destination, const void* source, std::size_t size) {
-    t_copiedBytes += size;
+    t_copiedBytes += FakeScope::isActive() ? 0 : size;
     return __real_memcpy(destination, source, size);
 }
 
 void* __wrap_memmove(void* destination, const void* source, std::size_t size) {
-    t_copiedBytes += size;
+    t_copiedBytes += FakeScope::isActive() ? 0 : size;
     return __real_memmove(destination, source, size);
 }
 }

@@ -7,10 +7,6 @@
 class CopyCounter {
 public:
     CopyCounter() noexcept;
-    CopyCounter(const CopyCounter&) = delete;
-    CopyCounter& operator=(const CopyCounter&) = delete;
-    ~CopyCounter() = default;
-
     [[nodiscard]] std::uint64_t bytes() const noexcept;
 
 private:

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 
 #include "CallLog.h"
 #include "KvNetworkReceiver.h"
@@ -21,26 +20,26 @@ class HostSettings : public StaticTestObject<Interface> {
 public:
     explicit HostSettings(const SettingsValues& given) : values(given) {}
 
-    const char* GetUrl() override {
-        CallLog::instance().record("GetUrl()");
-        return values.url;
-    }
+    const char* GetUrl() override { return recorded("GetUrl", values.url); }
     const char* GetNetworkInterfaceCard() override {
-        CallLog::instance().record("GetNetworkInterfaceCard()");
-        return values.networkInterfaceCard;
+        return recorded("GetNetworkInterfaceCard", values.networkInterfaceCard);
     }
 
-    SettingsValues values;
+protected:
+    template <class Value>
+    Value recorded(const char* call, Value value) {
+        CallLog::instance().recordCall(call);
+        return value;
+    }
+
+    const SettingsValues values;
 };
 
 template <class Interface>
 class HostPortSettings final : public HostSettings<Interface> {
 public:
     using HostSettings<Interface>::HostSettings;
-    std::int32_t GetPort() override {
-        CallLog::instance().record("GetPort()");
-        return this->values.port;
-    }
+    std::int32_t GetPort() override { return this->recorded("GetPort", this->values.port); }
 };
 
 using RtspSettings = HostPortSettings<IKvRtspReceiverSettings>;
@@ -51,7 +50,6 @@ class RtpSettings final : public HostSettings<IKvRtpReceiverSettings> {
 public:
     using HostSettings::HostSettings;
     std::uint32_t GetClientOptionValue() override {
-        CallLog::instance().record("GetClientOptionValue()");
-        return values.clientOption;
+        return recorded("GetClientOptionValue", values.clientOption);
     }
 };

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <cassert>
 #include <mutex>
 #include <optional>
 
@@ -18,16 +17,15 @@ namespace KvTest {
 namespace {
 
 struct Operation {
-    bool isEngaged;
-    Fault fault;
-    unsigned failed;
-    std::uint64_t calls;
+    Fault fault{.times = 0};
+    unsigned failed = 0;
+    std::uint64_t calls = 0;
 };
 
 // Usable from the first platform call on, which a static initialiser may make.
 constinit std::mutex g_mutex;
 constinit std::atomic<bool> g_shortWaits{false};
-constinit std::array<Operation, platformCallCount> g_operations{};
+constinit std::array<Operation, static_cast<std::size_t>(PlatformCall::beginthreadex) + 1> g_operations{};
 
 Operation& operationOf(PlatformCall call) { return g_operations.at(static_cast<std::size_t>(call)); }
 
@@ -36,14 +34,11 @@ std::optional<Fault> countCall(PlatformCall call) {
     const std::lock_guard lock(g_mutex);
     Operation& operation = operationOf(call);
     ++operation.calls;
-    if (!operation.isEngaged) {
+    if (operation.failed == operation.fault.times) {
         return std::nullopt;
     }
     if (operation.fault.after != 0) {
         --operation.fault.after;
-        return std::nullopt;
-    }
-    if (operation.failed == operation.fault.times) {
         return std::nullopt;
     }
     ++operation.failed;
@@ -54,15 +49,6 @@ DWORD allowedWait(DWORD milliseconds) {
     return g_shortWaits && milliseconds != INFINITE ? std::min<DWORD>(milliseconds, 1) : milliseconds;
 }
 
-template <typename Result>
-Result asResult(std::int64_t value) {
-    if constexpr (std::is_pointer_v<Result>) {
-        return reinterpret_cast<Result>(value);
-    } else {
-        return static_cast<Result>(value);
-    }
-}
-
 template <PlatformCall call, typename Result, typename... Parameters>
 Result pass(Result (*)(Parameters...), const char* name, std::type_identity_t<Parameters>... arguments) {
     static const auto original = reinterpret_cast<Result (*)(Parameters...)>(dlsym(RTLD_NEXT, name));
@@ -70,7 +56,11 @@ Result pass(Result (*)(Parameters...), const char* name, std::type_identity_t<Pa
         if (fault->lastError != 0) {
             SetLastError(fault->lastError);
         }
-        return asResult<Result>(fault->result);
+        if constexpr (std::is_pointer_v<Result>) {
+            return reinterpret_cast<Result>(fault->result);
+        } else {
+            return static_cast<Result>(fault->result);
+        }
     }
     return original(arguments...);
 }
@@ -79,16 +69,13 @@ Result pass(Result (*)(Parameters...), const char* name, std::type_identity_t<Pa
 
 PlatformFault::PlatformFault(PlatformCall call, Fault fault) : m_call(call) {
     const std::lock_guard lock(g_mutex);
-    Operation& operation = operationOf(call);
-    assert(!operation.isEngaged);
-    operation.isEngaged = true;
-    operation.fault = fault;
-    operation.failed = 0;
+    operationOf(call).fault = fault;
+    operationOf(call).failed = 0;
 }
 
 PlatformFault::~PlatformFault() {
     const std::lock_guard lock(g_mutex);
-    operationOf(m_call).isEngaged = false;
+    operationOf(m_call).fault.times = operationOf(m_call).failed;
 }
 
 unsigned PlatformFault::failed() const {
@@ -132,10 +119,8 @@ KV_EXPORT HRESULT CoInitializeEx(void* reserved, DWORD model) {
 
 KV_EXPORT void CoUninitialize() { pass<PlatformCall::CoUninitialize>(&CoUninitialize, "CoUninitialize"); }
 
-KV_EXPORT HANDLE CreateEventA(SECURITY_ATTRIBUTES* attributes, BOOL manualReset, BOOL initialState,
-                              const char* name) {
-    return pass<PlatformCall::CreateEventA>(&CreateEventA, "CreateEventA", attributes, manualReset,
-                                            initialState, name);
+KV_EXPORT HANDLE CreateEventA(SECURITY_ATTRIBUTES* attributes, BOOL manual, BOOL initial, const char* name) {
+    return pass<PlatformCall::CreateEventA>(&CreateEventA, "CreateEventA", attributes, manual, initial, name);
 }
 
 KV_EXPORT DWORD GetModuleFileNameA(HMODULE module, char* path, DWORD capacity) {
@@ -153,23 +138,6 @@ KV_EXPORT LSTATUS RegCreateKeyW(HKEY parent, const wchar_t* name, HKEY* key) {
 
 KV_EXPORT LSTATUS RegDeleteKeyW(HKEY parent, const wchar_t* name) {
     return pass<PlatformCall::RegDeleteKeyW>(&RegDeleteKeyW, "RegDeleteKeyW", parent, name);
-}
-
-KV_EXPORT LSTATUS RegEnumKeyExW(HKEY key, DWORD index, wchar_t* name, DWORD* characters, DWORD* reserved,
-                                wchar_t* className, DWORD* classCharacters, FILETIME* lastWrite) {
-    return pass<PlatformCall::RegEnumKeyExW>(&RegEnumKeyExW, "RegEnumKeyExW", key, index, name, characters,
-                                             reserved, className, classCharacters, lastWrite);
-}
-
-KV_EXPORT LSTATUS RegOpenKeyExW(HKEY parent, const wchar_t* name, DWORD options, REGSAM access, HKEY* key) {
-    return pass<PlatformCall::RegOpenKeyExW>(&RegOpenKeyExW, "RegOpenKeyExW", parent, name, options, access,
-                                             key);
-}
-
-KV_EXPORT LSTATUS RegQueryValueExW(HKEY key, const wchar_t* name, DWORD* reserved, DWORD* type, BYTE* data,
-                                   DWORD* bytes) {
-    return pass<PlatformCall::RegQueryValueExW>(&RegQueryValueExW, "RegQueryValueExW", key, name, reserved,
-                                                type, data, bytes);
 }
 
 KV_EXPORT LSTATUS RegSetValueExW(HKEY key, const wchar_t* name, DWORD reserved, DWORD type, const BYTE* data,

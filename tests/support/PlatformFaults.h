@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 
 #include "PlatformKernel.h"
@@ -18,9 +17,6 @@ enum class PlatformCall {
     RegCloseKey,
     RegCreateKeyW,
     RegDeleteKeyW,
-    RegEnumKeyExW,
-    RegOpenKeyExW,
-    RegQueryValueExW,
     RegSetValueExW,
     RegSetValueW,
     ResetEvent,
@@ -28,18 +24,13 @@ enum class PlatformCall {
     WaitForSingleObject,
     beginthreadex,
 };
-inline constexpr std::size_t platformCallCount = static_cast<std::size_t>(PlatformCall::beginthreadex) + 1;
 
 // Which calls fail, and how.
 struct Fault {
-    // What the call returns: a result code, a status, or 0 for a null handle.
-    std::int64_t result = 0;
-    // Calls that still succeed before the first failing one.
-    unsigned after = 0;
-    // Failing calls; after them calls succeed again.
-    unsigned times = 1;
-    // The last error that a failing call sets; 0 sets none.
-    DWORD lastError = 0;
+    std::int64_t result = 0; // what the call returns: a result code, a status, or 0 for a null handle
+    unsigned after = 0;      // calls that still succeed before the first failing one
+    unsigned times = 1;      // failing calls; after them calls succeed again
+    DWORD lastError = 0;     // that a failing call sets; 0 sets none
 };
 
 // While it lives, calls of one platform operation return what the test chose, without being made, on whatever

@@ -2,7 +2,6 @@
 
 #include <array>
 #include <ostream>
-#include <string>
 
 #include "CKvUnknown.h"
 #include "HostSettings.h"
@@ -16,7 +15,7 @@ struct ReceiverKind {
     const char* name;
     const char* url;
     const char* otherUrl;
-    HRESULT (*create)
+    HRESULT(*create)
     (const SettingsValues*, IKvNetworkStreamDetectorCallback*, IKvNetworkReceiverController**);
 
     friend std::ostream& operator<<(std::ostream& stream, const ReceiverKind& kind) {

@@ -6,47 +6,41 @@
 #include "KvAudioInterfaces.h"
 #include "TestObject.h"
 
-namespace {
+using Recording = RecordingCodecConfiguration;
 
-std::atomic<HRESULT> g_creationResult{S_OK};
-std::atomic<HRESULT> g_dataResult{S_OK};
-std::atomic<int> g_created{0};
-std::atomic<int> g_alive{0};
-std::atomic<int> g_references{0};
+namespace {
 
 class Configuration final : public TestObject<IKvAACCodecConfigDataAccess> {
 public:
     Configuration()
-        : TestObject(IID_IKvAACCodecConfigDataAccess), m_name("config" + std::to_string(++g_created)) {
-        ++g_alive;
-        ++g_references;
+        : TestObject(IID_IKvAACCodecConfigDataAccess),
+          m_name("config" + std::to_string(++Recording::created)) {
+        ++Recording::alive;
+        ++Recording::references;
     }
     ~Configuration() override {
         CallLog::instance().record(m_name + " ended");
-        --g_alive;
+        --Recording::alive;
     }
 
     ULONG AddRef() override {
-        ++g_references;
+        ++Recording::references;
         return TestObject::AddRef();
     }
     ULONG Release() override {
-        --g_references;
+        --Recording::references;
         return TestObject::Release();
     }
     HRESULT SetCodecConfigData(const SKvCodecConfigData* data) override {
-        std::string text = std::to_string(data->m_size) + ", " + std::to_string(data->m_configLength) + ",";
-        if (data->m_configData == nullptr) {
-            text += " null";
-        } else {
-            for (std::uint32_t i = 0; i < data->m_configLength; ++i) {
-                char byte[4];
-                std::snprintf(byte, sizeof(byte), " %02X", data->m_configData[i]);
-                text += byte;
-            }
+        std::string bytes = data->m_configData == nullptr ? " null" : "";
+        for (std::uint32_t i = 0; data->m_configData != nullptr && i < data->m_configLength; ++i) {
+            char byte[4];
+            std::snprintf(byte, sizeof(byte), " %02X", data->m_configData[i]);
+            bytes += byte;
         }
-        CallLog::instance().record(m_name + ".SetCodecConfigData(" + text + ")");
-        return g_dataResult;
+        CallLog::instance().recordCall(m_name + ".SetCodecConfigData", data->m_size, data->m_configLength,
+                                       bytes.substr(bytes.empty() ? 0 : 1));
+        return Recording::dataResult;
     }
 
     [[nodiscard]] const std::string& name() const { return m_name; }
@@ -55,56 +49,28 @@ private:
     const std::string m_name;
 };
 
-class ConfigurationClass final : public StaticTestObject<IClassFactory> {
-public:
-    HRESULT QueryInterface(REFIID, void** object) override {
-        *object = static_cast<IClassFactory*>(this);
-        AddRef();
-        return S_OK;
+TestClass g_class([]() -> IUnknown* {
+    if (Recording::failsCreation) {
+        return nullptr;
     }
-    HRESULT CreateInstance(IUnknown* outer, REFIID iid, void** object) override {
-        *object = nullptr;
-        if (outer != nullptr) {
-            return CLASS_E_NOAGGREGATION;
-        }
-        if (g_creationResult < 0) {
-            CallLog::instance().record("CreateInstance failed");
-            return g_creationResult;
-        }
-        auto* const configuration = new Configuration;
-        CallLog::instance().record("CreateInstance(" + configuration->name() + ")");
-        const HRESULT result = configuration->QueryInterface(iid, object);
-        configuration->Release();
-        return result;
-    }
-    HRESULT LockServer(BOOL) override { return S_OK; }
-};
-
-ConfigurationClass g_class;
+    auto* const configuration = new Configuration;
+    CallLog::instance().recordCall("CreateInstance", configuration->name());
+    return configuration;
+});
 
 } // namespace
 
-RecordingCodecConfiguration::RecordingCodecConfiguration() {
-    g_creationResult = S_OK;
-    g_dataResult = S_OK;
-    restartNames();
+Recording::RecordingCodecConfiguration() {
+    failsCreation = false;
+    dataResult = S_OK;
+    created = 0;
     CoRegisterClassObject(CLSID_KvAACCodecConfigDataAccess, &g_class, CLSCTX_INPROC_SERVER,
                           REGCLS_MULTIPLEUSE, &m_cookie);
 }
 
-RecordingCodecConfiguration::~RecordingCodecConfiguration() { CoRevokeClassObject(m_cookie); }
+Recording::~RecordingCodecConfiguration() { CoRevokeClassObject(m_cookie); }
 
-void RecordingCodecConfiguration::setCreationResult(HRESULT result) { g_creationResult = result; }
-
-void RecordingCodecConfiguration::setDataResult(HRESULT result) { g_dataResult = result; }
-
-void RecordingCodecConfiguration::restartNames() { g_created = 0; }
-
-int RecordingCodecConfiguration::alive() { return g_alive; }
-
-int RecordingCodecConfiguration::references() { return g_references; }
-
-std::string RecordingCodecConfiguration::nameOf(const IUnknown* object) {
+std::string Recording::nameOf(const IUnknown* object) {
     const auto* const configuration = dynamic_cast<const Configuration*>(object);
     return configuration == nullptr ? "unknown object" : configuration->name();
 }

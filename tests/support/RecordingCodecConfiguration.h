@@ -15,19 +15,13 @@ public:
     RecordingCodecConfiguration& operator=(const RecordingCodecConfiguration&) = delete;
     ~RecordingCodecConfiguration();
 
-    // From now on creation, or SetCodecConfigData, returns `result`.
-    static void setCreationResult(HRESULT result);
-    static void setDataResult(HRESULT result);
-
-    // The next object is config1 again.
-    static void restartNames();
-
-    // Objects that someone still holds.
-    [[nodiscard]] static int alive();
-    // References on objects, all together.
-    [[nodiscard]] static int references();
-
     [[nodiscard]] static std::string nameOf(const IUnknown* object);
+
+    static inline std::atomic<bool> failsCreation{false};
+    static inline std::atomic<HRESULT> dataResult{S_OK}; // of SetCodecConfigData
+    static inline std::atomic<int> created{0};           // 0 makes the next object config1 again
+    static inline std::atomic<int> alive{0};             // objects that someone still holds
+    static inline std::atomic<int> references{0};        // on all of them together
 
 private:
     DWORD m_cookie = 0;

@@ -5,52 +5,29 @@
 #include <cstdio>
 #include <utility>
 
-#include "CallLog.h"
 #include "RecordingCodecConfiguration.h"
 #include "TKvSmartPtr.h"
 
-namespace {
-
-std::string hexadecimal(HRESULT result) {
-    char text[16];
-    std::snprintf(text, sizeof(text), "0x%08X", static_cast<unsigned>(result));
-    return text;
+std::ostream& operator<<(std::ostream& stream, const DeliveredUnit& unit) {
+    stream << unit.timeStamp << ":";
+    for (const std::uint8_t byte : unit.bytes) {
+        stream << ' ' << unsigned{byte};
+    }
+    return stream;
 }
 
-} // namespace
-
-void HostScript::fail(const std::string& call, HRESULT result, int count, int skip) {
-    const std::lock_guard lock(m_lock);
-    m_failures[call] = Failure{result, count, skip};
-}
-
-HRESULT HostScript::resultOf(const std::string& call) {
-    const std::lock_guard lock(m_lock);
-    const auto failure = m_failures.find(call);
-    if (failure == m_failures.end()) {
-        return S_OK;
-    }
-    if (failure->second.skip > 0) {
-        --failure->second.skip;
-        return S_OK;
-    }
-    const HRESULT result = failure->second.result;
-    if (--failure->second.count == 0) {
-        m_failures.erase(failure);
-    }
-    return result;
-}
-
-HRESULT RecordingSink::enter(const std::string& call, const std::string& text) {
-    CallLog::instance().record(text);
+HRESULT RecordingSink::resultOf(const std::string& call) {
     if (onCall) {
         onCall(call);
     }
-    return script.resultOf(call);
+    return static_cast<HRESULT>(script.failureOf(call).value_or(S_OK));
 }
 
 HRESULT RecordingSink::enterStatus(HRESULT status) {
-    const HRESULT result = enter("NotifyStatus", "NotifyStatus(" + hexadecimal(status) + ")");
+    char code[11];
+    std::snprintf(code, sizeof(code), "0x%08X", static_cast<unsigned>(status));
+    CallLog::instance().recordCall("NotifyStatus", code);
+    const HRESULT result = resultOf("NotifyStatus");
     const std::lock_guard lock(m_lock);
     m_statuses.push_back(status);
     m_changed.notify_all();
@@ -60,7 +37,6 @@ HRESULT RecordingSink::enterStatus(HRESULT status) {
 void RecordingSink::keep(DeliveredUnit unit) {
     const std::lock_guard lock(m_lock);
     m_delivered.push_back(std::move(unit));
-    m_changed.notify_all();
 }
 
 std::vector<DeliveredUnit> RecordingSink::takeDelivered() {
@@ -73,9 +49,9 @@ std::vector<HRESULT> RecordingSink::takeStatuses() {
     return std::exchange(m_statuses, {});
 }
 
-bool RecordingSink::waitForStatus(HRESULT status, std::uint32_t milliseconds) {
+bool RecordingSink::waitForStatus(HRESULT status) {
     std::unique_lock lock(m_lock);
-    return m_changed.wait_for(lock, std::chrono::milliseconds(milliseconds), [this, status] {
+    return m_changed.wait_for(lock, std::chrono::seconds(30), [this, status] {
         return std::find(m_statuses.begin(), m_statuses.end(), status) != m_statuses.end();
     });
 }
@@ -86,7 +62,8 @@ class RecordingSink::Lent : public TestObject<Interface> {
 public:
     Lent(RecordingSink& sink, const char* kind, std::uint32_t size)
         : m_sink(sink), m_name(kind + std::to_string(++sink.m_bufferNumber)), m_size(size),
-          m_bytes(static_cast<std::size_t>(std::max<std::int64_t>(0, size + sink.script.capacityChange()))) {
+          m_bytes(static_cast<std::size_t>(
+              std::max<std::int64_t>(0, std::int64_t{size} + sink.script.capacityChange))) {
         ++m_sink.m_liveBuffers;
     }
     ~Lent() override {
@@ -96,9 +73,9 @@ public:
 
     HRESULT SetTimeStampInfo(const std::uint64_t* timeStamp) override {
         m_timeStamp = *timeStamp;
-        return enter("SetTimeStampInfo", std::to_string(*timeStamp));
+        return enter("SetTimeStampInfo", *timeStamp);
     }
-    HRESULT SignalWriteCompletion() override { return enter("SignalWriteCompletion", ""); }
+    HRESULT SignalWriteCompletion() override { return enter("SignalWriteCompletion"); }
 
     [[nodiscard]] const std::string& name() const { return m_name; }
     [[nodiscard]] DeliveredUnit unit() const {
@@ -106,13 +83,15 @@ public:
     }
 
 protected:
-    HRESULT enter(const std::string& call, const std::string& arguments, const char* remark = "") {
-        return m_sink.enter(call, m_name + "." + call + "(" + arguments + ")" + remark);
+    template <class... Values>
+    HRESULT enter(const char* call, const Values&... values) {
+        CallLog::instance().recordCall(m_name + "." + call, values...);
+        return m_sink.resultOf(call);
     }
-    [[nodiscard]] std::uint8_t* address() {
-        return m_sink.script.lendsNoAddress() ? nullptr : m_bytes.data();
+    void lend(std::uint8_t*& buffer, std::uint32_t& capacity) {
+        buffer = m_sink.script.lendsNoAddress ? nullptr : m_bytes.data();
+        capacity = static_cast<std::uint32_t>(m_bytes.size());
     }
-    [[nodiscard]] std::uint32_t capacity() const { return static_cast<std::uint32_t>(m_bytes.size()); }
 
 private:
     RecordingSink& m_sink;
@@ -127,22 +106,20 @@ public:
     Surface(RecordingVideoSink& sink, std::uint32_t size) : Lent(sink, "surface", size) {}
 
     HRESULT Lock(std::uint32_t first, EKvFaceType face, SKvLockedSurfaceDescription* description) override {
-        const bool clean = description->m_size == 32 && description->m_bufferCapacity == 0 &&
-                           description->m_buffer == nullptr;
-        const HRESULT result = enter("Lock", std::to_string(first) + ", " + std::to_string(face),
-                                     clean ? "" : " with a used record");
+        const bool used = description->m_size != 32 || description->m_bufferCapacity != 0 ||
+                          description->m_buffer != nullptr;
+        const HRESULT result = used ? enter("Lock", "a used record") : enter("Lock", first, face);
         if (result >= 0) {
-            description->m_bufferCapacity = capacity();
-            description->m_buffer = address();
+            lend(description->m_buffer, description->m_bufferCapacity);
         }
         return result;
     }
 };
 
 HRESULT RecordingVideoSink::ProvideVideoSurface(std::uint32_t bufferSizeToAskFor, IKvSurface** surface) {
-    const HRESULT result =
-        enter("ProvideVideoSurface", "ProvideVideoSurface(" + std::to_string(bufferSizeToAskFor) + ")");
-    if (result >= 0 && !script.lendsNothing()) {
+    CallLog::instance().recordCall("ProvideVideoSurface", bufferSizeToAskFor);
+    const HRESULT result = resultOf("ProvideVideoSurface");
+    if (result >= 0 && !script.lendsNothing) {
         *surface = new Surface(*this, bufferSizeToAskFor);
     }
     return result;
@@ -151,7 +128,8 @@ HRESULT RecordingVideoSink::ProvideVideoSurface(std::uint32_t bufferSizeToAskFor
 HRESULT RecordingVideoSink::DeliverVideoSurface(IKvSurface* surface) {
     const auto* filled = static_cast<Surface*>(surface);
     keep(filled->unit());
-    return enter("DeliverVideoSurface", "DeliverVideoSurface(" + filled->name() + ")");
+    CallLog::instance().recordCall("DeliverVideoSurface", filled->name());
+    return resultOf("DeliverVideoSurface");
 }
 
 class RecordingAudioSink::Samples final : public Lent<IKvAudioSamples> {
@@ -161,16 +139,15 @@ public:
     HRESULT AttachCustomObject(REFIID iid, IUnknown* object) override {
         m_attached = object;
         const bool expected = iid == IID_IKvAACCodecConfigDataAccess;
-        return enter("AttachCustomObject",
-                     std::string(expected ? "IKvAACCodecConfigDataAccess" : "another interface") + ", " +
-                         RecordingCodecConfiguration::nameOf(object));
+        return enter("AttachCustomObject", expected ? "IKvAACCodecConfigDataAccess" : "another interface",
+                     RecordingCodecConfiguration::nameOf(object));
     }
     HRESULT GetBufferAndLength(std::uint8_t** buffer, std::uint32_t* length) override {
-        const bool clean = *buffer == nullptr && *length == 0;
-        const HRESULT result = enter("GetBufferAndLength", "", clean ? "" : " with used variables");
+        const bool used = *buffer != nullptr || *length != 0;
+        const HRESULT result =
+            used ? enter("GetBufferAndLength", "used variables") : enter("GetBufferAndLength");
         if (result >= 0) {
-            *buffer = address();
-            *length = capacity();
+            lend(*buffer, *length);
         }
         return result;
     }
@@ -180,9 +157,9 @@ private:
 };
 
 HRESULT RecordingAudioSink::ProvideAudioSamples(std::uint32_t bufferSizeToAskFor, IKvAudioSamples** samples) {
-    const HRESULT result =
-        enter("ProvideAudioSamples", "ProvideAudioSamples(" + std::to_string(bufferSizeToAskFor) + ")");
-    if (result >= 0 && !script.lendsNothing()) {
+    CallLog::instance().recordCall("ProvideAudioSamples", bufferSizeToAskFor);
+    const HRESULT result = resultOf("ProvideAudioSamples");
+    if (result >= 0 && !script.lendsNothing) {
         *samples = new Samples(*this, bufferSizeToAskFor);
     }
     return result;
@@ -191,37 +168,54 @@ HRESULT RecordingAudioSink::ProvideAudioSamples(std::uint32_t bufferSizeToAskFor
 HRESULT RecordingAudioSink::DeliverAudioSamples(IKvAudioSamples* samples) {
     const auto* filled = static_cast<Samples*>(samples);
     keep(filled->unit());
-    return enter("DeliverAudioSamples", "DeliverAudioSamples(" + filled->name() + ")");
+    CallLog::instance().recordCall("DeliverAudioSamples", filled->name());
+    return resultOf("DeliverAudioSamples");
 }
 
 namespace {
 
+template <class Interface>
+TKvSmartPtr<Interface> queried(IUnknown* object, const IID& iid) {
+    TKvSmartPtr<Interface> queried;
+    object->QueryInterface(iid, reinterpret_cast<void**>(&queried));
+    return queried;
+}
+
 std::string describe(IKvNetworkReceiverStreamInformation* information) {
-    TKvSmartPtr<IKvNetworkReceiverH264Information> h264;
-    TKvSmartPtr<IKvNetworkReceiverAacInformation> aac;
-    const std::uint32_t type = information->GetStreamType();
-    if (type == keKvStreamTypeH264 && information->QueryInterface(IID_IKvNetworkReceiverH264Information,
-                                                                  reinterpret_cast<void**>(&h264)) >= 0) {
+    std::ostringstream text;
+    switch (information->GetStreamType()) {
+    case keKvStreamTypeH264: {
+        const auto h264 =
+            queried<IKvNetworkReceiverH264Information>(information, IID_IKvNetworkReceiverH264Information);
         const SKvVideoFormatDescription format = h264->GetVideoFormat();
-        std::string text = "H.264";
+        text << "H.264";
         for (const std::uint32_t value : {format.m_size, format.m_width, format.m_height, format.m_bitDepth,
                                           format.m_aspectRatio, format.m_frameRate, format.m_scanMode,
                                           h264->GetColourClass(), h264->GetProfile(), h264->GetLevel()}) {
-            text += " " + std::to_string(value);
+            text << ' ' << value;
         }
-        return text;
+        break;
     }
-    if (type == keKvStreamTypeAac && information->QueryInterface(IID_IKvNetworkReceiverAacInformation,
-                                                                 reinterpret_cast<void**>(&aac)) >= 0) {
-        return "AAC " + std::to_string(aac->GetFirstValue()) + " " + std::to_string(aac->GetSecondValue());
+    case keKvStreamTypeAac: {
+        const auto aac =
+            queried<IKvNetworkReceiverAacInformation>(information, IID_IKvNetworkReceiverAacInformation);
+        text << "AAC " << aac->GetFirstValue() << ' ' << aac->GetSecondValue();
+        break;
     }
-    return type == keKvStreamTypeTransportStream ? "transport stream" : "unknown";
+    default:
+        text << (information->GetStreamType() == keKvStreamTypeTransportStream ? "transport stream"
+                                                                               : "unknown");
+    }
+    return text.str();
 }
 
 } // namespace
 
 void RecordingDetector::enter(const char* call, IKvNetworkReceiverStreamInformation* information) {
-    CallLog::instance().record(std::string(call) + "(" + describe(information) + ")");
+    {
+        const FakeScope fake;
+        CallLog::instance().recordCall(call, describe(information));
+    }
     if (onInformation) {
         onInformation(information);
     }

@@ -4,42 +4,28 @@
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <mutex>
+#include <ostream>
 #include <string>
 #include <vector>
 
+#include "CallLog.h"
 #include "KvStreamInformation.h"
 #include "TestObject.h"
 
-// What a recording host does otherwise than succeed. Calls are named as in the interfaces, for example
-// "Lock".
-class HostScript {
-public:
-    // The next `count` calls of `call` return `result`, after `skip` more calls that succeed.
-    void fail(const std::string& call, HRESULT result, int count = 1, int skip = 0);
-    // Added to the capacity of every buffer lent from now on.
-    void setCapacityChange(std::int64_t bytes) { m_capacityChange = bytes; }
-    // Succeed without a buffer, or lend a buffer without an address.
-    void setLendNothing(bool nothing) { m_lendNothing = nothing; }
-    void setLendNoAddress(bool noAddress) { m_lendNoAddress = noAddress; }
+// What a recording host does otherwise than succeed: `fail` with a call's name as in the interfaces, such as
+// "Lock", and its result.
+struct HostScript : CallScript {
+    std::atomic<int> capacityChange{0};      // of every buffer lent
+    std::atomic<bool> lendsNothing{false};   // but succeeds
+    std::atomic<bool> lendsNoAddress{false}; // of a buffer
 
-    [[nodiscard]] HRESULT resultOf(const std::string& call);
-    [[nodiscard]] std::int64_t capacityChange() const { return m_capacityChange; }
-    [[nodiscard]] bool lendsNothing() const { return m_lendNothing; }
-    [[nodiscard]] bool lendsNoAddress() const { return m_lendNoAddress; }
-
-private:
-    struct Failure {
-        HRESULT result;
-        int count;
-        int skip;
-    };
-    std::mutex m_lock;
-    std::map<std::string, Failure> m_failures;
-    std::atomic<std::int64_t> m_capacityChange{0};
-    std::atomic<bool> m_lendNothing{false};
-    std::atomic<bool> m_lendNoAddress{false};
+    void reset() {
+        clear();
+        capacityChange = 0;
+        lendsNothing = false;
+        lendsNoAddress = false;
+    }
 };
 
 // One delivered access unit as the host got it.
@@ -48,6 +34,7 @@ struct DeliveredUnit {
     std::uint64_t timeStamp = 0;
 
     bool operator==(const DeliveredUnit&) const = default;
+    friend std::ostream& operator<<(std::ostream& stream, const DeliveredUnit& unit);
 };
 
 // What the recording sinks have in common: each call goes into the CallLog, a copy of what was delivered is
@@ -63,12 +50,12 @@ public:
     // Buffers lent and not yet released by everyone.
     [[nodiscard]] int liveBuffers() const { return m_liveBuffers; }
 
-    // Waits up to `milliseconds` for a status; false when it did not come.
-    [[nodiscard]] bool waitForStatus(HRESULT status, std::uint32_t milliseconds);
+    // Waits up to 30 s for a status; false when it did not come.
+    [[nodiscard]] bool waitForStatus(HRESULT status);
 
 protected:
-    // Records `text`, runs onCall, and returns the scripted result of `call`.
-    HRESULT enter(const std::string& call, const std::string& text);
+    // Runs onCall, and returns the scripted result of `call`.
+    HRESULT resultOf(const std::string& call);
     HRESULT enterStatus(HRESULT status);
     void keep(DeliveredUnit unit);
 

@@ -5,6 +5,7 @@
 #include <ostream>
 #include <utility>
 
+#include "CallLog.h"
 #include "ModuleLogger.h"
 #include "TestObject.h"
 
@@ -18,7 +19,6 @@ struct Records {
     std::vector<std::string> sites;
     bool enabled = true;
     int foreignModuleIds = 0;
-    std::atomic<int> created{0};
     std::atomic<int> alive{0};
 };
 
@@ -29,13 +29,11 @@ Records& records() {
 
 class Logger final : public TestObject<ModuleLogger::IModuleLogger> {
 public:
-    Logger() : TestObject(IID_IModuleLogger) {
-        ++records().created;
-        ++records().alive;
-    }
+    Logger() : TestObject(IID_IModuleLogger) { ++records().alive; }
     ~Logger() override { --records().alive; }
 
     HRESULT LogException(std::uint32_t moduleId, const CKvVaneException* exception) override {
+        const FakeScope fake;
         const std::lock_guard lock(records().lock);
         records().foreignModuleIds += moduleId == 7 ? 0 : 1;
         if (records().enabled) {
@@ -46,6 +44,7 @@ public:
     HRESULT LogMessage(std::uint32_t moduleId, std::uint32_t category, std::uint32_t level,
                        const char* sourceFile, const char* function, std::uint32_t /*line*/,
                        const char* text) override {
+        const FakeScope fake;
         const std::lock_guard lock(records().lock);
         records().foreignModuleIds += moduleId == 7 ? 0 : 1;
         if (records().enabled) {
@@ -56,28 +55,9 @@ public:
     }
 };
 
-class LoggerClass final : public StaticTestObject<IClassFactory> {
-public:
-    HRESULT QueryInterface(REFIID, void** object) override {
-        *object = static_cast<IClassFactory*>(this);
-        AddRef();
-        return S_OK;
-    }
-    HRESULT CreateInstance(IUnknown* outer, REFIID iid, void** object) override {
-        if (outer != nullptr) {
-            return CLASS_E_NOAGGREGATION;
-        }
-        auto* const logger = new Logger;
-        const HRESULT result = logger->QueryInterface(iid, object);
-        logger->Release();
-        return result;
-    }
-    HRESULT LockServer(BOOL) override { return S_OK; }
-};
-
 struct Registration {
     Registration() {
-        static auto* const loggerClass = new LoggerClass;
+        static auto* const loggerClass = new TestClass([]() -> IUnknown* { return new Logger; });
         DWORD cookie = 0;
         CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
         CoRegisterClassObject(CLSID_ModuleLogger, loggerClass, CLSCTX_INPROC_SERVER, REGCLS_MULTIPLEUSE,
@@ -88,6 +68,12 @@ struct Registration {
 // Before every static of ordinary priority, the module's holders among them.
 [[gnu::init_priority(101)]] Registration g_registration;
 
+template <class Kept>
+Kept take(Kept& kept) {
+    const std::lock_guard lock(records().lock);
+    return std::exchange(kept, {});
+}
+
 } // namespace
 
 std::ostream& operator<<(std::ostream& stream, const LogLine& line) {
@@ -97,37 +83,27 @@ std::ostream& operator<<(std::ostream& stream, const LogLine& line) {
 namespace RecordingLogger {
 
 std::vector<LogLine> takeLines(bool withLifetimeLines) {
-    const std::lock_guard lock(records().lock);
-    std::vector<LogLine> lines = std::exchange(records().lines, {});
+    std::vector<LogLine> lines = take(records().lines);
     if (!withLifetimeLines) {
         std::erase_if(lines, [](const LogLine& line) { return line.level == 0; });
     }
     return lines;
 }
 
-std::vector<CKvVaneException> takeExceptions() {
-    const std::lock_guard lock(records().lock);
-    return std::exchange(records().exceptions, {});
-}
+std::vector<CKvVaneException> takeExceptions() { return take(records().exceptions); }
 
-std::vector<std::string> takeSites() {
-    const std::lock_guard lock(records().lock);
-    return std::exchange(records().sites, {});
-}
+std::vector<std::string> takeSites() { return take(records().sites); }
 
 void clear() {
-    const std::lock_guard lock(records().lock);
-    records().lines.clear();
-    records().exceptions.clear();
-    records().sites.clear();
+    static_cast<void>(take(records().lines));
+    static_cast<void>(take(records().exceptions));
+    static_cast<void>(take(records().sites));
 }
 
 void setEnabled(bool enabled) {
     const std::lock_guard lock(records().lock);
     records().enabled = enabled;
 }
-
-int created() { return records().created; }
 
 int alive() { return records().alive; }
 
@@ -137,3 +113,13 @@ int foreignModuleIds() {
 }
 
 } // namespace RecordingLogger
+
+Unrecorded::Unrecorded() {
+    CallLog::instance().setEnabled(false);
+    RecordingLogger::setEnabled(false);
+}
+
+Unrecorded::~Unrecorded() {
+    CallLog::instance().setEnabled(true);
+    RecordingLogger::setEnabled(true);
+}

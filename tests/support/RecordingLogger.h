@@ -34,11 +34,19 @@ void clear();
 // While off, calls are dropped (and nothing is allocated).
 void setEnabled(bool enabled);
 
-// How many logger objects the module made at load, and how many are alive.
-[[nodiscard]] int created();
+// How many logger objects are alive.
 [[nodiscard]] int alive();
 
 // The module identifiers seen other than 7.
 [[nodiscard]] int foreignModuleIds();
 
 } // namespace RecordingLogger
+
+// While it lives, neither calls nor log lines are kept: for long runs, and where allocations count.
+class Unrecorded {
+public:
+    Unrecorded();
+    ~Unrecorded();
+    Unrecorded(const Unrecorded&) = delete;
+    Unrecorded& operator=(const Unrecorded&) = delete;
+};

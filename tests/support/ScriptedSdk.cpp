@@ -1,76 +1,88 @@
 #include "ScriptedSdk.h"
 
 #include <algorithm>
+#include <chrono>
+#include <condition_variable>
 #include <cstring>
 #include <map>
 #include <memory>
 #include <mutex>
-#include <optional>
+#include <thread>
 #include <utility>
 
 #include "CallLog.h"
+#include "PlatformCom.h"
 
 using namespace MainConcept::NetworkStreaming;
 
 namespace {
 
 constexpr std::uint32_t kBufferSize = 0x10000;
+constexpr std::chrono::seconds kLongestWait{30};
+
+class Client;
 
 struct State {
     std::mutex lock;
-    bool failCreation = false;
-    std::optional<std::uint32_t> failAllocation;
-    bool failConfirmation = false;
-    bool recording = true;
-    int liveAllocators = 0;
-    int wrongReleases = 0;
-    int bufferNumber = 0;
-    int attachCalls = 0;
+    std::condition_variable changed;
+    CallScript script;
+    std::vector<ScriptedSdk::Announcement> announcements;
+    std::vector<Client*> clients;
+    std::map<const IMediaConsumer*, std::string> consumerNames;
     std::map<std::uint8_t*, std::string> lent;
     std::vector<std::unique_ptr<std::uint8_t[]>> storage;
     std::vector<std::uint8_t*> spare;
+    int clientNumber = 0;
+    int consumerNumber = 0;
+    int bufferNumber = 0;
+    int runningThreads = 0;
+    ScriptedSdk::Remains remains;
+    void* lastReceiver = nullptr;
 };
 
+// Never destroyed: a client's thread may outlive main.
 State& state() {
-    static State instance;
-    return instance;
+    static auto* const instance = new State;
+    return *instance;
 }
 
 // The calling thread is inside the fake, alone.
-class Locked {
-    FakeScope m_fake;
-    std::lock_guard<std::mutex> m_lock{state().lock};
+struct Locked {
+    FakeScope fake;
+    std::unique_lock<std::mutex> lock{state().lock};
 };
 
-// With the lock held. The text is made only when it is kept.
-template <class MakeText>
-void record(MakeText makeText) {
-    if (state().recording) {
-        CallLog::instance().record(makeText());
-    }
+// All with the lock held.
+
+std::uint32_t statusOf(const char* call, std::uint32_t success = 0) {
+    return static_cast<std::uint32_t>(state().script.failureOf(call).value_or(success));
 }
 
-std::string nameOf(std::uint8_t* buffer) {
-    const auto found = state().lent.find(buffer);
-    return found == state().lent.end() ? "unknown buffer" : found->second;
+template <class... Values>
+void record(const std::string& call, const Values&... values) {
+    CallLog::instance().recordCall(call, values...);
 }
+
+template <class Pointer>
+std::string nameOf(const std::map<Pointer, std::string>& names, Pointer pointer) {
+    const auto found = names.find(pointer);
+    return found == names.end() ? "unknown" : found->second;
+}
+
+std::string quoted(const char* text) { return text == nullptr ? "null" : "\"" + std::string(text) + "\""; }
 
 class Allocator final : public SdkBufferAllocator {
 public:
-    Allocator() {
-        const Locked locked;
-        ++state().liveAllocators;
-    }
     ~Allocator() override {
         const Locked locked;
-        --state().liveAllocators;
-        record([] { return std::string("allocator ended"); });
+        --state().remains.allocators;
+        CallLog::instance().record("allocator ended");
     }
     void ReservedSlot1() override {}
     void ReservedSlot2() override {}
     std::int32_t Reset(std::uint32_t value) override {
         const Locked locked;
-        record([&] { return "Reset(" + std::to_string(value) + ")"; });
+        record("Reset", value);
         return 77;
     }
     void ReservedSlot4() override {}
@@ -80,13 +92,9 @@ public:
 
     std::uint8_t* AllocateBuffer(std::uint32_t* capacity, void* reserved) override {
         const Locked locked;
-        record([&] {
-            return "AllocateBuffer(" + std::to_string(*capacity) +
-                   (reserved == nullptr ? ", null)" : ", not null)");
-        });
-        if (state().failAllocation) {
-            *capacity = *state().failAllocation;
-            state().failAllocation.reset();
+        record("AllocateBuffer", *capacity, reserved == nullptr ? "null" : "not null");
+        if (const auto failure = state().script.failureOf("AllocateBuffer")) {
+            *capacity = static_cast<std::uint32_t>(*failure);
             return nullptr;
         }
         if (state().spare.empty()) {
@@ -101,15 +109,14 @@ public:
     }
     std::int32_t ConfirmBufferSize(std::uint8_t* buffer, std::uint32_t dataLength) override {
         const Locked locked;
-        record(
-            [&] { return "ConfirmBufferSize(" + nameOf(buffer) + ", " + std::to_string(dataLength) + ")"; });
-        return std::exchange(state().failConfirmation, false) ? 1 : 0;
+        record("ConfirmBufferSize", nameOf(state().lent, buffer), dataLength);
+        return static_cast<std::int32_t>(statusOf("ConfirmBufferSize"));
     }
     void ReleaseBuffer(std::uint8_t* buffer) override {
         const Locked locked;
-        record([&] { return "ReleaseBuffer(" + nameOf(buffer) + ")"; });
+        record("ReleaseBuffer", nameOf(state().lent, buffer));
         if (state().lent.erase(buffer) == 0) {
-            ++state().wrongReleases;
+            ++state().remains.wrongReleases;
             return;
         }
         // What is read after it was given back is not what was received.
@@ -118,79 +125,248 @@ public:
     }
 };
 
-} // namespace
+// The client of which the calling thread is a thread.
+thread_local const void* t_ownClient = nullptr;
 
-extern "C" SdkBufferAllocator* CreateBufferAllocator(std::uint32_t kind, std::uint32_t count,
-                                                     std::uint32_t limit, std::uint32_t bufferSize,
-                                                     std::uint32_t alignment, void* reserved) {
-    {
-        const Locked locked;
-        record([&] {
-            return "CreateBufferAllocator(" + std::to_string(kind) + ", " + std::to_string(count) + ", " +
-                   std::to_string(limit) + ", " + std::to_string(bufferSize) + ", " +
-                   std::to_string(alignment) + (reserved == nullptr ? ", null)" : ", not null)");
-        });
-        if (std::exchange(state().failCreation, false)) {
-            return nullptr;
+// A thread of a client, in an apartment as those of a real client are.
+class ClientThread {
+public:
+    explicit ClientThread(const void* client)
+        : m_entered(CoInitializeEx(nullptr, COINIT_MULTITHREADED) >= 0) {
+        t_ownClient = client;
+    }
+    ~ClientThread() {
+        if (m_entered) {
+            CoUninitialize();
         }
     }
-    const FakeScope fake;
+    ClientThread(const ClientThread&) = delete;
+    ClientThread& operator=(const ClientThread&) = delete;
+
+private:
+    bool m_entered;
+};
+
+class Client final : public SdkNetworkClient {
+public:
+    explicit Client(INetStreamCreator* creator)
+        : m_creator(creator), m_name("client" + std::to_string(++state().clientNumber)) {
+        state().clients.push_back(this);
+    }
+
+    void ReservedSlot0() override {}
+    void ReservedSlot1() override {}
+    std::uint32_t Release() override {
+        const Locked locked;
+        const std::uint32_t status = enter("Release");
+        state().remains.misuses += m_shutDown && m_threads == 0 ? 0 : 1;
+        std::erase(state().clients, this);
+        delete this;
+        return status;
+    }
+    void ReservedSlot3() override {}
+    std::uint32_t Init(const char* url, const char* networkInterfaceCard) override {
+        Locked locked;
+        const std::uint32_t status = enter("Init", quoted(url), quoted(networkInterfaceCard));
+        const auto announcements = state().announcements;
+        locked.lock.unlock();
+        if (status == 0 && !announcements.empty()) {
+            std::thread([this, &announcements] { announceAll(announcements); }).join();
+        }
+        return status;
+    }
+    std::uint32_t Play(double start, double end, double speed) override {
+        const Locked locked;
+        return enter("Play", start, end, speed);
+    }
+    void ReservedSlot6() override {}
+    std::uint32_t Stop() override { return endDelivery("Stop"); }
+    std::uint32_t SetParameter(_tagMCNetClientParamType parameterType, const void* value,
+                               std::int32_t valueSize) override {
+        const Locked locked;
+        std::uint32_t number = 0;
+        std::memcpy(&number, value, std::min<std::size_t>(sizeof(number), static_cast<unsigned>(valueSize)));
+        return enter("SetParameter", parameterType, number, valueSize);
+    }
+    void ReservedSlot9() override {}
+    std::uint32_t EnableConsumer(IMediaConsumer* consumer, std::int32_t first, const std::uint8_t* enabled,
+                                 std::int32_t last) override {
+        const Locked locked;
+        return enter("EnableConsumer", nameOf<const IMediaConsumer*>(state().consumerNames, consumer), first,
+                     unsigned{*enabled}, last);
+    }
+    void ReservedSlot11() override {}
+    void ReservedSlot12() override {}
+    std::uint32_t Shutdown() override {
+        m_shutDown = true;
+        return endDelivery("Shutdown");
+    }
+
+    // With the lock held.
+    [[nodiscard]] const std::vector<IMediaConsumer*>& consumers() const { return m_consumers; }
+    [[nodiscard]] INetStreamCreator& creator() const { return *m_creator; }
+    void addThreads(int threads) {
+        m_threads += threads;
+        state().runningThreads += threads;
+        state().changed.notify_all();
+    }
+
+private:
+    // With the lock held: the scripted status of the call.
+    template <class... Values>
+    std::uint32_t enter(const char* call, const Values&... values) {
+        record(m_name + "." + call, values...);
+        state().remains.misuses += t_ownClient == this ? 1 : 0;
+        return statusOf(call);
+    }
+    std::uint32_t endDelivery(const char* call) {
+        Locked locked;
+        const std::uint32_t status = enter(call);
+        if (!state().changed.wait_for(locked.lock, kLongestWait, [this] { return m_threads == 0; })) {
+            ++state().remains.misuses;
+        }
+        return status;
+    }
+    void announceAll(const std::vector<ScriptedSdk::Announcement>& announcements) {
+        const ClientThread thread(this);
+        for (const auto& announcement : announcements) {
+            IMediaConsumer* consumer = nullptr;
+            try {
+                consumer = ScriptedSdk::announce(*m_creator, announcement);
+            } catch (...) { // NOLINT(bugprone-empty-catch): a stream that was not taken
+            }
+            const Locked locked;
+            if (consumer != nullptr) {
+                m_consumers.push_back(consumer);
+                state().consumerNames[consumer] = "consumer" + std::to_string(++state().consumerNumber);
+            }
+        }
+    }
+
+    INetStreamCreator* m_creator;
+    std::string m_name;
+    std::vector<IMediaConsumer*> m_consumers;
+    int m_threads = 0;
+    bool m_shutDown = false;
+};
+
+} // namespace
+
+extern "C" {
+
+SdkBufferAllocator* CreateBufferAllocator(std::uint32_t kind, std::uint32_t count, std::uint32_t limit,
+                                          std::uint32_t bufferSize, std::uint32_t alignment, void* reserved) {
+    const Locked locked;
+    record("CreateBufferAllocator", kind, count, limit, bufferSize, alignment,
+           reserved == nullptr ? "null" : "not null");
+    if (statusOf("CreateBufferAllocator") != 0) {
+        return nullptr;
+    }
+    ++state().remains.allocators;
     return new Allocator;
 }
 
-extern "C" void AttachBuffer(_tagConsumerInfo* info, std::uint32_t offset, std::uint32_t capacity) {
+void AttachBuffer(_tagConsumerInfo* info, std::uint32_t offset, std::uint32_t capacity) {
     const Locked locked;
-    record([&] {
-        return "AttachBuffer(" + nameOf(info->buffer) + ", " + std::to_string(offset) + ", " +
-               std::to_string(capacity) + ")";
-    });
+    record("AttachBuffer", nameOf(state().lent, info->buffer), offset, capacity);
+}
+
+std::int32_t StartSocketService() {
+    const Locked locked;
+    record("StartSocketService");
+    const auto status = static_cast<std::int32_t>(statusOf("StartSocketService", kSocketServiceOk));
+    state().remains.services += status == kSocketServiceOk ? 1 : 0;
+    return status;
+}
+
+std::int32_t StopSocketService() {
+    const Locked locked;
+    record("StopSocketService");
+    --state().remains.services;
+    return static_cast<std::int32_t>(statusOf("StopSocketService", kSocketServiceOk));
+}
+
+SdkNetworkClient* CreateNetworkClient(INetStreamCreator* creator, const SdkClientSettings* settings) {
+    const Locked locked;
+    const bool zeros = std::all_of(std::begin(settings->reserved8), std::end(settings->reserved8),
+                                   [](std::uint8_t value) { return value == 0; });
+    record("CreateNetworkClient", creator != nullptr ? "creator" : "null",
+           zeros && settings->receiver != nullptr ? "receiver" : "wrong settings");
+    state().lastReceiver = settings->receiver;
+    return statusOf("CreateNetworkClient") == 0 ? new Client(creator) : nullptr;
+}
 }
 
 namespace ScriptedSdk {
 
-void reset() {
+std::ostream& operator<<(std::ostream& stream, const Remains& remains) {
+    return stream << remains.services << " services, " << remains.clients << " clients, "
+                  << remains.allocators << " allocators, " << remains.buffers << " buffers, "
+                  << remains.misuses << " misuses, " << remains.wrongReleases << " wrong releases";
+}
+
+void reset(std::vector<Announcement> announcements) {
     const Locked locked;
-    state().failCreation = false;
-    state().failAllocation.reset();
-    state().failConfirmation = false;
-    state().recording = true;
-    state().wrongReleases = 0;
+    state().script.clear();
+    state().announcements = std::move(announcements);
+    state().consumerNames.clear();
+    state().clientNumber = 0;
+    state().consumerNumber = 0;
     state().bufferNumber = 0;
 }
 
-void failNextAllocatorCreation() {
-    const Locked locked;
-    state().failCreation = true;
+void failCall(const std::string& call, std::uint32_t status, int skip) {
+    state().script.fail(call, status, 1, skip);
 }
 
-void failNextAllocation(std::uint32_t capacity) {
+bool isFailurePending(const std::string& call) { return state().script.isPending(call); }
+
+Remains remains() {
     const Locked locked;
-    state().failAllocation = capacity;
+    Remains remains = state().remains;
+    remains.clients = static_cast<int>(state().clients.size());
+    remains.buffers = static_cast<int>(state().lent.size());
+    return remains;
 }
 
-void failNextConfirmation() {
+void* lastReceiver() {
     const Locked locked;
-    state().failConfirmation = true;
+    return state().lastReceiver;
 }
 
-void setRecording(bool recording) {
+std::vector<IMediaConsumer*> consumers() {
     const Locked locked;
-    state().recording = recording;
+    return state().clients.empty() ? std::vector<IMediaConsumer*>{} : state().clients.back()->consumers();
 }
 
-int liveAllocators() {
+void runOnClientThread(std::function<void()> callback) {
     const Locked locked;
-    return state().liveAllocators;
+    Client* const client = state().clients.back();
+    client->addThreads(1);
+    std::thread([client, callback = std::move(callback)] {
+        {
+            const ClientThread thread(client);
+            callback();
+        }
+        const Locked ended;
+        client->addThreads(-1);
+    }).detach();
 }
 
-int lentBuffers() {
-    const Locked locked;
-    return static_cast<int>(state().lent.size());
+void announceOnClientThread(Announcement announcement) {
+    runOnClientThread([announcement = std::move(announcement)] {
+        INetStreamCreator* creator = nullptr;
+        {
+            const Locked locked;
+            creator = &state().clients.back()->creator();
+        }
+        static_cast<void>(announce(*creator, announcement));
+    });
 }
 
-int wrongReleases() {
-    const Locked locked;
-    return state().wrongReleases;
+bool waitForClientThreads() {
+    Locked locked;
+    return state().changed.wait_for(locked.lock, kLongestWait, [] { return state().runningThreads == 0; });
 }
 
 bool play(IMediaConsumer& consumer, const Sample& sample) {
@@ -199,8 +375,9 @@ bool play(IMediaConsumer& consumer, const Sample& sample) {
     if (info.buffer == nullptr) {
         return false;
     }
-    if (!sample.bytes.empty()) {
-        std::memcpy(info.buffer, sample.bytes.data(), sample.bytes.size());
+    {
+        const FakeScope fake;
+        std::copy(sample.bytes.begin(), sample.bytes.end(), info.buffer);
     }
     info.sampleValid = sample.sampleValid;
     info.dataLength = static_cast<std::uint32_t>(sample.bytes.size());
@@ -216,11 +393,11 @@ void notify(IMediaConsumer& consumer, int type) {
 }
 
 IMediaConsumer* announce(INetStreamCreator& creator, const Announcement& announcement) {
-    std::unique_ptr<std::vector<std::uint8_t>> config;
+    std::vector<std::uint8_t> config;
     std::unique_ptr<_tagMCNetStreamMediaInfo> info;
     {
         const FakeScope fake;
-        config = std::make_unique<std::vector<std::uint8_t>>(announcement.codecConfig);
+        config = announcement.codecConfig;
         info = std::make_unique<_tagMCNetStreamMediaInfo>();
     }
     std::memset(info.get(), 0xEE, sizeof(*info)); // what is reserved is not 0
@@ -228,8 +405,8 @@ IMediaConsumer* announce(INetStreamCreator& creator, const Announcement& announc
     info->mediaKind = announcement.mediaKind;
     info->audioChannels = announcement.audioChannels;
     info->audioSamplingRate = announcement.audioSamplingRate;
-    info->codecConfig = config->empty() ? nullptr : config->data();
-    info->codecConfigLength = static_cast<std::uint32_t>(config->size());
+    info->codecConfig = config.empty() ? nullptr : config.data();
+    info->codecConfigLength = static_cast<std::uint32_t>(config.size());
     return creator.OnCreateConsumerForNetStream(info.get(), nullptr, 0xEEEEEEEE);
 }
 

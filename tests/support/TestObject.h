@@ -1,13 +1,11 @@
 #pragma once
 
 #include <atomic>
-#include <functional>
-#include <utility>
 
 #include "PlatformCom.h"
 
 // A reference-counted test object with one interface: born with one reference, answers IUnknown and `iid`,
-// runs `onLastRelease` and deletes itself when the last reference goes.
+// deletes itself when the last reference goes.
 template <class Interface>
 class TestObject : public Interface {
 public:
@@ -17,13 +15,9 @@ public:
     virtual ~TestObject() = default;
 
     HRESULT QueryInterface(REFIID iid, void** object) override {
-        if (iid == IID_IUnknown || iid == m_iid) {
-            *object = static_cast<Interface*>(this);
-            AddRef();
-            return S_OK;
-        }
-        *object = nullptr;
-        return E_NOINTERFACE;
+        const bool answered = iid == IID_IUnknown || iid == m_iid;
+        *object = answered ? static_cast<Interface*>(this) : nullptr;
+        return answered ? AddRef(), S_OK : E_NOINTERFACE;
     }
     ULONG AddRef() override { return ++m_references; }
     ULONG Release() override {
@@ -60,4 +54,30 @@ public:
 
 private:
     std::atomic<ULONG> m_references{0};
+};
+
+// A class object whose objects `create` makes, with one reference; null when it cannot.
+class TestClass final : public StaticTestObject<IClassFactory> {
+public:
+    explicit TestClass(IUnknown* (*create)()) : m_create(create) {}
+
+    HRESULT QueryInterface(REFIID, void** object) override {
+        *object = static_cast<IClassFactory*>(this);
+        AddRef();
+        return S_OK;
+    }
+    HRESULT CreateInstance(IUnknown*, REFIID iid, void** object) override {
+        *object = nullptr;
+        IUnknown* const created = m_create();
+        if (created == nullptr) {
+            return E_OUTOFMEMORY;
+        }
+        const HRESULT result = created->QueryInterface(iid, object);
+        created->Release();
+        return result;
+    }
+    HRESULT LockServer(BOOL) override { return S_OK; }
+
+private:
+    IUnknown* (*m_create)();
 };
