@@ -1,6 +1,5 @@
 #include "ComContract.h"
 #include "ReceiverFixture.h"
-#include "TsOverUdpReceiver.h"
 
 // Receivers and factories as component objects. A factory answers its own interface alone beside IUnknown, a
 // receiver nothing else.
@@ -9,23 +8,17 @@ namespace {
 
 template <class Factory>
 ComSubject factorySubject(const char* name, REFIID answered) {
-    std::vector<IID> refused{IID_IClassFactory};
-    for (const IID& iid : {IID_IKvRtspReceiverFactory, IID_IKvRtmpReceiverFactory, IID_IKvRtpReceiverFactory,
-                           IID_IKvTsOverUdpReceiverFactory}) {
-        if (iid != answered) {
-            refused.push_back(iid);
-        }
-    }
+    std::vector<IID> refused{IID_IClassFactory, IID_IKvRtspReceiverFactory, IID_IKvRtmpReceiverFactory,
+                             IID_IKvRtpReceiverFactory, IID_IKvTsOverUdpReceiverFactory};
+    std::erase(refused, answered);
     return {name,
             []() -> IUnknown* {
                 HRESULT result = S_OK;
                 CKvUnknown* const factory = Factory::CreateInstance(nullptr, &result);
                 EXPECT_EQ(result, S_OK);
-                return static_cast<IUnknown*>([factory] {
-                    void* identity = nullptr;
-                    factory->NonDelegatingQueryInterface(IID_IUnknown, &identity);
-                    return identity;
-                }());
+                void* identity = nullptr;
+                factory->NonDelegatingQueryInterface(IID_IUnknown, &identity);
+                return static_cast<IUnknown*>(identity);
             },
             {answered},
             refused};

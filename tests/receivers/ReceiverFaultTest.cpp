@@ -1,77 +1,35 @@
 #include <set>
 
-#include "AllocationFault.h"
-#include "KvVaneException.h"
+#include "AllocationCounter.h"
 #include "PlatformFaults.h"
+#include "PooledSinks.h"
 #include "ReceiverFixture.h"
-#include "RecordingCodecConfiguration.h"
 #include "StatusTables.h"
 
 // Each kind of receiver through its whole life with one thing failing at a time: every operation of the SDK
-// with every status that has a code, every call of the host, every allocation, every platform call. The
-// fixture checks after each life that nothing is left.
+// with every status that has a code, every call of the host, every allocation, every platform call. After
+// each life nothing may be left.
 
 namespace {
 
-using KvTest::Fault;
 using KvTest::PlatformCall;
 using KvTest::PlatformFault;
-
-// Surfaces and sinks that record nothing and allocate nothing.
-class QuietSurface final : public StaticTestObject<IKvSurface> {
-public:
-    HRESULT SetTimeStampInfo(const std::uint64_t*) override { return S_OK; }
-    HRESULT SignalWriteCompletion() override { return S_OK; }
-    HRESULT Lock(std::uint32_t, EKvFaceType, SKvLockedSurfaceDescription* description) override {
-        description->m_bufferCapacity = sizeof(m_bytes);
-        description->m_buffer = m_bytes;
-        return S_OK;
-    }
-
-private:
-    std::uint8_t m_bytes[64];
-};
-
-class QuietSink final : public StaticTestObject<IKvVideoCallback> {
-public:
-    HRESULT ProvideVideoSurface(std::uint32_t, IKvSurface** surface) override {
-        m_surface.AddRef();
-        *surface = &m_surface;
-        return S_OK;
-    }
-    HRESULT DeliverVideoSurface(IKvSurface*) override { return S_OK; }
-    HRESULT NotifyStatus(HRESULT) override { return S_OK; }
-
-private:
-    QuietSurface m_surface;
-};
-
-class QuietDetector final : public StaticTestObject<IKvNetworkStreamDetectorCallback> {
-public:
-    IKvVideoCallback* OnVideoStreamDetected(IKvNetworkReceiverStreamInformation*) override { return &m_sink; }
-    IKvAudioCallback* OnAudioStreamDetected(IKvNetworkReceiverStreamInformation*) override { return nullptr; }
-
-private:
-    QuietSink m_sink;
-};
 
 // The results of a life's operations that returned a failure.
 using Failures = std::set<HRESULT>;
 
-void note(Failures& failures, HRESULT result) {
+template <class Action>
+void note(Failures& failures, Action action) {
+    HRESULT result = S_OK;
+    try {
+        result = action();
+    } catch (const CKvVaneException& exception) {
+        result = exception.m_result;
+    } // nothing else may come out
+    const FakeScope fake;
     if (result < 0) {
-        const FakeScope fake;
         failures.insert(result);
     }
-}
-
-template <class Action>
-void noteRaised(Failures& failures, Action action) {
-    try {
-        note(failures, action());
-    } catch (const CKvVaneException& exception) {
-        note(failures, exception.m_result);
-    } // nothing else may come out
 }
 
 // What a client's thread does; a failure in the consumer is that thread's to bear.
@@ -84,129 +42,111 @@ void onClientSide(Action action) {
     }
 }
 
-class ReceiverFault : public ReceiverFixture, public testing::WithParamInterface<ReceiverKind> {
+class ReceiverFault : public ReceiverFixture, public testing::WithParamInterface<const ReceiverKind*> {
 protected:
-    // Activity and data on every stream, then its end, unless the worker that follows would be in the way.
+    static const ReceiverKind& kind() { return *GetParam(); }
+
+    // Activity and data on the stream, then its end, unless the worker that follows would be in the way.
     void feed() {
-        std::vector<MainConcept::NetworkStreaming::IMediaConsumer*> consumers;
+        static const ScriptedSdk::Sample samples[] = {
+            {{1, 2, 3, 4}, 0}, {{1, 2, 3, 4}, 40}, {{1, 2, 3, 4}, 80}};
+        MainConcept::NetworkStreaming::IMediaConsumer* consumer = nullptr;
         {
             const FakeScope fake;
-            consumers = ScriptedSdk::consumers();
+            const auto consumers = ScriptedSdk::consumers();
+            consumer = consumers.empty() ? nullptr : consumers.front();
         }
-        for (auto* const consumer : consumers) {
-            onClientSide([consumer] { ScriptedSdk::notify(*consumer, 10); });
-            for (std::uint64_t timeStamp = 0; timeStamp < 3; ++timeStamp) {
-                onClientSide([consumer, timeStamp] { ScriptedSdk::play(*consumer, sampleAt(timeStamp)); });
-            }
-            if (endsStreams) {
-                onClientSide([consumer] { ScriptedSdk::notify(*consumer, 6); });
-            }
+        if (consumer == nullptr) {
+            return;
         }
-        const FakeScope fake;
-        consumers = {};
-    }
-    static const ScriptedSdk::Sample& sampleAt(std::uint64_t timeStamp) {
-        static std::array<ScriptedSdk::Sample, 3> samples{
-            {{{1, 2, 3, 4}, 0}, {{1, 2, 3, 4}, 40}, {{1, 2, 3, 4}, 80}}};
-        return samples.at(timeStamp);
+        onClientSide([consumer] { ScriptedSdk::notify(*consumer, 10); });
+        for (const ScriptedSdk::Sample& sample : samples) {
+            onClientSide([&] { ScriptedSdk::play(*consumer, sample); });
+        }
+        if (endsStreams) {
+            onClientSide([consumer] { ScriptedSdk::notify(*consumer, 6); });
+        }
     }
 
-    // Create, start, feed, redirect, feed, stop, redirect, release.
-    Failures live(const ReceiverKind& kind, IKvNetworkStreamDetectorCallback* callback) {
+    // Create, start, feed, redirect, feed, stop, redirect, release. A receiver that lost its client says so
+    // at each further operation.
+    Failures live(IKvNetworkStreamDetectorCallback& callback) {
         Failures failures;
-        const SettingsValues values{kind.url, "eth0", 5000, 3};
+        const SettingsValues values{kind().url, "eth0", 5000, 3};
         IKvNetworkReceiverController* made = nullptr;
-        note(failures, kind.create(&values, callback, &made));
+        note(failures, [&] { return kind().create(&values, &callback, &made); });
         if (made == nullptr) {
             return failures;
         }
-        note(failures, made->Start());
+        note(failures, [&] { return made->Start(); });
         feed();
-        noteRaised(failures, [&] { return made->Redirect(kind.otherUrl); });
-        note(failures, made->Start());
+        note(failures, [&] { return made->Redirect(kind().otherUrl); });
+        note(failures, [&] { return made->Start(); });
         feed();
-        note(failures, made->Stop());
-        noteRaised(failures, [&] { return made->Redirect(kind.url); });
+        note(failures, [&] { return made->Stop(); });
+        note(failures, [&] { return made->Redirect(kind().url); });
         made->Release();
         return failures;
     }
 
-    // A receiver that lost its client says so at each further operation.
-    static Failures withoutConsequences(Failures failures) {
-        if (failures.size() > 1) {
-            failures.erase(KV_E_DISCONNECTED);
-        }
-        return failures;
-    }
-
-    void expectNothingLeft() {
-        EXPECT_TRUE(waitForObjects(0));
-        EXPECT_EQ(ScriptedSdk::liveClients(), 0);
-        EXPECT_EQ(ScriptedSdk::liveAllocators(), 0);
-        EXPECT_EQ(ScriptedSdk::lentBuffers(), 0);
-        EXPECT_EQ(ScriptedSdk::runningServices(), 0);
-    }
-
     bool endsStreams = true;
-    QuietDetector m_quiet;
+    PooledVideoSink m_pooled;
+    RecordingDetector m_quiet{&m_pooled, nullptr};
 
 private:
     KvTest::ShortWaits m_shortWaits;
 };
 
 // The code that an operation's failure must come back as, from whichever operation of the receiver.
-HRESULT expectedCode(const ReceiverKind& kind, const std::string& call, std::uint32_t status,
-                     bool atCreation) {
-    HRESULT code = call == "StartSocketService" ? mapSocketServiceStatus(static_cast<std::int32_t>(status))
-                                                : mapNetworkStatus(status);
-    const bool replaced = code == KV_E_UNKNOWN_ERROR || (&kind == &kRtmp && code == kvResult(0x89998296));
+HRESULT expectedCode(bool isRtmp, const std::string& call, std::uint32_t status, bool atCreation) {
+    if (call == "CreateNetworkClient") {
+        return status == 0 ? S_OK : KV_E_CONNECTION_FAILED;
+    }
+    const HRESULT code = call == "StartSocketService"
+                             ? mapSocketServiceStatus(static_cast<std::int32_t>(status))
+                             : mapNetworkStatus(status);
+    const bool replaced = code == KV_E_UNKNOWN_ERROR || (isRtmp && code == kvResult(0x89998296));
     return atCreation && replaced ? KV_E_CONNECTION_FAILED : code;
 }
 
 TEST_P(ReceiverFault, EveryStatusOfEverySdkOperation) {
-    ScriptedSdk::setRecording(false);
-    CallLog::instance().setEnabled(false);
-    const ReceiverKind& kind = *std::find_if(kReceiverKinds.begin(), kReceiverKinds.end(),
-                                             [](const auto& row) { return row.url == GetParam().url; });
+    const Unrecorded unrecorded;
     struct Operation {
         const char* call;
-        int times; // in a life without failures, for the kind that calls it most often
+        int times;      // in a life without failures, for the kind that calls it most often
+        int atCreation; // of those
+        bool isLogged;  // and nothing else
     };
-    for (const Operation& operation :
-         {Operation{"StartSocketService", 1}, Operation{"Init", 3}, Operation{"SetParameter", 6},
-          Operation{"EnableConsumer", 4}, Operation{"Play", 4}, Operation{"Stop", 3},
-          Operation{"Shutdown", 3}, Operation{"Release", 3}, Operation{"CreateNetworkClient", 3},
-          Operation{"StopSocketService", 1}}) {
+    const int parameters = &kind() == &kRtp ? 1 : 2;
+    for (const Operation& operation : {Operation{"StartSocketService", 1, 1, false},
+                                       {"Init", 3, 1, false},
+                                       {"SetParameter", 6, parameters, false},
+                                       {"EnableConsumer", 4, 0, true},
+                                       {"Play", 4, 0, false},
+                                       {"Stop", 3, 0, false},
+                                       {"Shutdown", 3, 0, true},
+                                       {"Release", 3, 0, true},
+                                       {"CreateNetworkClient", 3, 1, false},
+                                       {"StopSocketService", 1, 0, true}}) {
+        const std::string call = operation.call;
         for (int skip = 0; skip < operation.times; ++skip) {
             for (std::uint32_t status = 0; status <= 27; ++status) {
-                SCOPED_TRACE(std::string(operation.call) + " status " + std::to_string(status) + " after " +
-                             std::to_string(skip));
-                ScriptedSdk::resetClients();
-                ScriptedSdk::setAnnouncements({ScriptedSdk::Announcement{}});
-                ScriptedSdk::failCall(operation.call, status, skip);
-                const Failures failures = withoutConsequences(live(kind, &m_quiet));
-                const std::string call = operation.call;
-                const bool happened = !ScriptedSdk::isFailurePending(call);
-                if (!happened) {
+                SCOPED_TRACE(call + " status " + std::to_string(status) + " after " + std::to_string(skip));
+                restart();
+                ScriptedSdk::failCall(call, status, skip);
+                Failures failures = live(m_quiet);
+                if (ScriptedSdk::isFailurePending(call)) {
                     break; // this kind does not call it that often
                 }
-                const bool isLogged = call == "EnableConsumer" || call == "Shutdown" || call == "Release" ||
-                                      call == "StopSocketService";
-                if (call == "CreateNetworkClient") {
-                    EXPECT_EQ(failures, status == 0 ? Failures{} : Failures{KV_E_CONNECTION_FAILED});
-                } else if (!isLogged) {
-                    const int callsAtCreation = call == "SetParameter" && &kind != &kRtp ? 2 : 1;
-                    const bool atCreation =
-                        skip < callsAtCreation &&
-                        (call == "StartSocketService" || call == "Init" || call == "SetParameter");
-                    const HRESULT code = expectedCode(kind, call, status, atCreation);
-                    // The result of the redirect's own stop, and of the destructor's, is nobody's.
-                    if (call != "Stop" || skip == 1) {
-                        EXPECT_TRUE(code == S_OK ? failures.empty() : failures.count(code) == 1)
-                            << "expected " << std::hex << code;
-                    }
-                } else {
-                    EXPECT_TRUE(failures.empty());
+                if (failures.size() > 1) {
+                    failures.erase(KV_E_DISCONNECTED);
+                }
+                const HRESULT code = operation.isLogged ? S_OK
+                                                        : expectedCode(&kind() == &kRtmp, call, status,
+                                                                       skip < operation.atCreation);
+                // The result of the redirect's own stop, and of the destructor's, is nobody's.
+                if (call != "Stop" || skip == 1) {
+                    EXPECT_EQ(failures, code == S_OK ? Failures{} : Failures{code});
                 }
                 expectNothingLeft();
                 if (HasFailure()) {
@@ -215,41 +155,30 @@ TEST_P(ReceiverFault, EveryStatusOfEverySdkOperation) {
             }
         }
     }
-    CallLog::instance().setEnabled(true);
 }
 
 TEST_P(ReceiverFault, EveryCallOfTheHost) {
-    struct HostCase {
-        const char* call;
-        HRESULT result;
-    };
-    for (const HostCase& row :
-         {HostCase{"ProvideVideoSurface", E_OUTOFMEMORY}, HostCase{"Lock", E_FAIL},
-          HostCase{"SetTimeStampInfo", E_FAIL}, HostCase{"SignalWriteCompletion", E_FAIL},
-          HostCase{"DeliverVideoSurface", E_FAIL}, HostCase{"NotifyStatus", E_FAIL}}) {
+    for (const char* const call : {"ProvideVideoSurface", "Lock", "SetTimeStampInfo", "SignalWriteCompletion",
+                                   "DeliverVideoSurface", "NotifyStatus"}) {
         for (int skip = 0; skip < 4; ++skip) {
-            ScriptedSdk::resetClients();
-            ScriptedSdk::setAnnouncements({ScriptedSdk::Announcement{}});
-            videoSink.script.fail(row.call, row.result, 1, skip);
-            EXPECT_TRUE(live(GetParam(), &detector).empty()) << row.call << " after " << skip;
+            restart();
+            videoSink.script.fail(call, E_FAIL, 1, skip);
+            EXPECT_EQ(live(detector), Failures{}) << call << " after " << skip;
             expectNothingLeft();
         }
     }
     // The host refuses every stream: there is nothing to receive, and no failure.
     detector.videoSink = nullptr;
-    EXPECT_TRUE(live(GetParam(), &detector).empty());
+    EXPECT_EQ(live(detector), Failures{});
 }
 
 TEST_P(ReceiverFault, EveryAllocation) {
-    ScriptedSdk::setRecording(false);
-    ScriptedSdk::setClientRecording(false);
-    CallLog::instance().setEnabled(false);
-    RecordingLogger::setEnabled(false);
-    static_cast<void>(live(GetParam(), &m_quiet)); // what is allocated once and kept
+    const Unrecorded unrecorded;
+    static_cast<void>(live(m_quiet)); // what is allocated once and kept
     std::int64_t allocations = 0;
     {
         const AllocationFault counting;
-        EXPECT_TRUE(live(GetParam(), &m_quiet).empty());
+        EXPECT_EQ(live(m_quiet), Failures{});
         allocations = AllocationFault::count();
     }
     EXPECT_GT(allocations, 10);
@@ -257,40 +186,36 @@ TEST_P(ReceiverFault, EveryAllocation) {
         Failures failures;
         {
             const AllocationFault fault(number);
-            failures = live(GetParam(), &m_quiet);
+            failures = live(m_quiet);
         }
         failures.erase(KV_E_DISCONNECTED);
         EXPECT_TRUE(failures.empty() || failures == Failures{KV_E_OUT_OF_MEMORY}) << "allocation " << number;
         expectNothingLeft();
     }
-    CallLog::instance().setEnabled(true);
-    RecordingLogger::setEnabled(true);
 }
 
 TEST_P(ReceiverFault, EveryPlatformCall) {
     endsStreams = false; // a thread that cannot be waited for cannot be ended safely either
-    ScriptedSdk::setRecording(false);
-    CallLog::instance().setEnabled(false);
-    struct PlatformCase {
+    const Unrecorded unrecorded;
+    struct Row {
         PlatformCall call;
         std::int64_t result;
     };
-    for (const PlatformCase& row :
-         {PlatformCase{PlatformCall::CreateEventA, 0}, PlatformCase{PlatformCall::SetEvent, 0},
-          PlatformCase{PlatformCall::ResetEvent, 0},
-          PlatformCase{PlatformCall::WaitForSingleObject, WAIT_FAILED},
-          PlatformCase{PlatformCall::WaitForSingleObject, WAIT_ABANDONED},
-          PlatformCase{PlatformCall::beginthreadex, 0}}) {
+    for (const Row& row : {Row{PlatformCall::CreateEventA, 0},
+                           {PlatformCall::SetEvent, 0},
+                           {PlatformCall::ResetEvent, 0},
+                           {PlatformCall::WaitForSingleObject, WAIT_FAILED},
+                           {PlatformCall::WaitForSingleObject, WAIT_ABANDONED},
+                           {PlatformCall::beginthreadex, 0}}) {
         for (unsigned after = 0; after < 3; ++after) {
-            const PlatformFault fault(row.call, Fault{row.result, after, 1, 0});
-            EXPECT_TRUE(live(GetParam(), &m_quiet).empty()) << "call " << static_cast<int>(row.call);
+            const PlatformFault fault(row.call, {.result = row.result, .after = after});
+            EXPECT_EQ(live(m_quiet), Failures{}) << "call " << static_cast<int>(row.call);
             expectNothingLeft();
         }
     }
-    CallLog::instance().setEnabled(true);
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, ReceiverFault, testing::ValuesIn(kReceiverKinds),
-                         [](const auto& instance) { return std::string(instance.param.name); });
+INSTANTIATE_TEST_SUITE_P(Kinds, ReceiverFault, testing::Values(&kRtsp, &kRtmp, &kRtp, &kTsOverUdp),
+                         [](const auto& test) { return std::string(test.param->name); });
 
 } // namespace

@@ -9,12 +9,15 @@
 
 #include "CallLog.h"
 #include "DeferredWork.h"
+#include "KvVaneException.h"
 #include "ReceiverKinds.h"
 #include "RecordingHost.h"
 #include "RecordingLogger.h"
-#include "ScriptedClient.h"
+#include "ScriptedSdk.h"
+#include "TestData.h"
 
 using Calls = std::vector<std::string>;
+using Lines = std::vector<LogLine>;
 
 inline Calls operator+(Calls left, const Calls& right) {
     left.insert(left.end(), right.begin(), right.end());
@@ -26,41 +29,34 @@ inline Calls operator+(Calls left, const Calls& right) {
 // reference.
 class ReceiverFixture : public testing::Test {
 protected:
-    ReceiverFixture() : m_liveBefore(getLiveObjectCount()) {
-        ScriptedSdk::reset();
-        ScriptedSdk::resetClients();
-        ScriptedSdk::setAnnouncements({ScriptedSdk::Announcement{}});
-        CallLog::instance().clear();
-        RecordingLogger::clear();
-    }
+    ReceiverFixture() { restart(); }
     ~ReceiverFixture() override {
-        EXPECT_TRUE(ScriptedSdk::waitForClientThreads());
-        EXPECT_TRUE(waitForObjects(m_liveBefore));
-        EXPECT_EQ(ScriptedSdk::liveClients(), 0);
-        EXPECT_EQ(ScriptedSdk::liveAllocators(), 0);
-        EXPECT_EQ(ScriptedSdk::lentBuffers(), 0);
-        EXPECT_EQ(ScriptedSdk::wrongReleases(), 0);
-        EXPECT_EQ(ScriptedSdk::runningServices(), 0);
-        EXPECT_EQ(ScriptedSdk::misuses(), 0);
-        EXPECT_EQ(videoSink.liveBuffers(), 0);
+        expectNothingLeft();
         EXPECT_EQ(videoSink.references() + audioSink.references() + detector.references(), 0U);
-        CallLog::instance().clear();
-        RecordingLogger::clear();
     }
 
+    static void restart() {
+        ScriptedSdk::reset({ScriptedSdk::Announcement{}});
+        CallLog::instance().clear();
+        RecordingLogger::clear();
+    }
+    void expectNothingLeft() {
+        EXPECT_TRUE(ScriptedSdk::waitForClientThreads());
+        EXPECT_TRUE(waitForNoObjects());
+        EXPECT_EQ(ScriptedSdk::remains(), ScriptedSdk::Remains{});
+        EXPECT_EQ(videoSink.liveBuffers() + audioSink.liveBuffers(), 0);
+    }
     // What DllCanUnloadNow does, until it would say yes.
-    static bool waitForObjects(std::int32_t count) {
+    static bool waitForNoObjects() {
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-        for (;;) {
-            KorvelVideo::Network::DeferredWork::sweep();
-            if (getLiveObjectCount() == count) {
-                return true;
-            }
+        for (KorvelVideo::Network::DeferredWork::sweep(); getLiveObjectCount() != 0;
+             KorvelVideo::Network::DeferredWork::sweep()) {
             if (std::chrono::steady_clock::now() > end) {
                 return false;
             }
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
+        return true;
     }
 
     HRESULT create(const ReceiverKind& kind, const SettingsValues& values) {
@@ -70,43 +66,44 @@ protected:
         ASSERT_EQ(create(kind, {kind.url, nullptr, 0, 0}), S_OK);
         CallLog::instance().clear();
     }
-    ULONG release() {
-        IKvNetworkReceiverController* const last = receiver;
-        receiver = nullptr;
-        return last->Release();
+    void createAndStart(const ReceiverKind& kind) {
+        createAndForget(kind);
+        ASSERT_EQ(receiver->Start(), S_OK);
+        CallLog::instance().clear();
     }
+    ULONG release() { return std::exchange(receiver, nullptr)->Release(); }
     static Calls takeCalls() { return CallLog::instance().take(); }
+    // The last call up to now, which stays in the log.
+    static std::string lastCall() {
+        const Calls calls = CallLog::instance().peek();
+        return calls.empty() ? "" : calls.back();
+    }
+    // The consumer of the newest client's first stream.
+    static MainConcept::NetworkStreaming::IMediaConsumer& consumer() {
+        return *ScriptedSdk::consumers().at(0);
+    }
 
-    // What happens when a client is made for `url` and finds its H.264 stream.
-    static Calls opening(int number, const std::string& url, const std::string& card,
-                         const Calls& optionCalls = {}) {
-        const std::string client = "client" + std::to_string(number);
-        Calls calls{"CreateNetworkClient(creator, receiver)"};
-        for (const std::string& call : optionCalls) {
-            calls.push_back(client + "." + call);
+    // The calls up to now, a line each.
+    static std::string takeText() {
+        std::string text;
+        for (const std::string& call : takeCalls()) {
+            text += call + "\n";
         }
-        return calls + Calls{client + ".Init(\"" + url + "\", " + card + ")",
-                             "OnVideoStreamDetected(H.264 28 0 0 0 0 0 0 0 0 0)",
-                             "CreateBufferAllocator(2, 8, 1048576, 65536, 1, null)"};
+        return text;
     }
-    static Calls starting(int number) {
-        const std::string text = std::to_string(number);
-        return {"client" + text + ".EnableConsumer(consumer" + text + ", 0, 1, 1)",
-                "client" + text + ".Play(0, -1, 1)"};
-    }
-    static Calls closing(int number) {
-        const std::string client = "client" + std::to_string(number);
-        return {client + ".Shutdown()", client + ".Release()"};
-    }
-    static Calls stopping(int number) {
-        return Calls{"client" + std::to_string(number) + ".Stop()"} + closing(number);
+    // What stands below the line "[section]" of a file of tests/data, up to the next empty line.
+    static std::string readSection(const std::string& file, const std::string& section) {
+        const Bytes bytes = readBytes(file);
+        const std::string text = "\n" + std::string(bytes.begin(), bytes.end()) + "\n";
+        const std::string title = "\n[" + section + "]\n";
+        const std::size_t begin = text.find(title);
+        return begin == std::string::npos ? "no section " + section
+                                          : text.substr(begin + title.size(), text.find("\n\n", begin + 1) -
+                                                                                  begin - title.size() + 1);
     }
 
     RecordingVideoSink videoSink;
     RecordingAudioSink audioSink;
     RecordingDetector detector{&videoSink, &audioSink};
     IKvNetworkReceiverController* receiver = nullptr;
-
-private:
-    std::int32_t m_liveBefore;
 };
