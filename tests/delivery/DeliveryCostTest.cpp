@@ -1,34 +1,19 @@
-#include <functional>
-#include <memory>
-#include <vector>
-
-#include <gtest/gtest.h>
-
 #include "AllocationCounter.h"
 #include "AvcStreamNotifier.h"
-#include "CallLog.h"
 #include "CopyCounter.h"
 #include "GenericAudioStreamNotifier.h"
 #include "LatmStreamNotifier.h"
 #include "LoasFrame.h"
+#include "NetworkStreamReceiver.h"
+#include "NotifierFixture.h"
 #include "PooledSinks.h"
-#include "RecordingCodecConfiguration.h"
-#include "RecordingLogger.h"
-#include "TestData.h"
+#include "ScriptedSdk.h"
 
 using namespace KorvelVideo::Network;
 
 namespace {
 
 constexpr int kUnits = 100;
-
-AccessUnit unitOver(std::vector<Bytes>& pieces) {
-    AccessUnit unit;
-    for (Bytes& piece : pieces) {
-        unit.emplace_back(piece.data(), static_cast<std::uint32_t>(piece.size()));
-    }
-    return unit;
-}
 
 Bytes lengthPrefixed(std::size_t payloadSize) {
     const std::size_t full = payloadSize / 255;
@@ -50,38 +35,34 @@ std::uint64_t parserAllocations(const Bytes& frame) {
 // One copy of each payload byte and no allocation but the parser's own records, whatever the notifier.
 TEST(DeliveryCost, OneCopyAndNoAllocationForAnAccessUnit) {
     const RecordingCodecConfiguration configurationClass;
+    const Unrecorded unrecorded;
     PooledVideoSink video;
     PooledAudioSink audio;
     AvcStreamNotifier avc(&video);
     GenericAudioStreamNotifier aac(&audio, nullptr, 0);
     LatmStreamNotifier latm(&audio, nullptr, 0);
-
-    std::vector<Bytes> plain{Bytes(30'000, 1), Bytes(20'000, 2), Bytes(0), Bytes(5, 3)};
-    std::vector<Bytes> prefixed{lengthPrefixed(371), lengthPrefixed(255), lengthPrefixed(3)};
-    std::vector<Bytes> loas = splitLoasFrames(readBytes("loas/lc-48000-stereo-64k.loas"));
+    const std::vector<Bytes> plain{Bytes(30'000, 1), Bytes(20'000, 2), Bytes(0), Bytes(5, 3)};
+    const std::vector<Bytes> loas = splitLoasFrames(readBytes("loas/lc-48000-stereo-64k.loas"));
     std::uint64_t loasAllocations = 0;
     for (const Bytes& frame : loas) {
         loasAllocations += parserAllocations(frame);
     }
     ASSERT_GT(loasAllocations, 0U) << "the counter counts";
-
     struct Row {
         const char* name;
         IAudioVideoReceptionNotifier& notifier;
-        std::vector<Bytes>& pieces;
+        std::vector<Bytes> pieces;
         std::uint64_t copiedBytes; // with memcpy
         std::uint64_t allocations;
     };
-    const Row rows[] = {
+    Row rows[] = {
         {"H.264", avc, plain, 50'005, 0},
         {"AAC", aac, plain, 50'005, 0},
-        {"length-prefixed AAC", latm, prefixed, 371 + 255 + 3, 0},
+        {"prefixed", latm, {lengthPrefixed(371), lengthPrefixed(255), lengthPrefixed(3)}, 371 + 255 + 3, 0},
         // Its payload lies across byte boundaries: shifted straight into the host's buffer, never copied.
         {"LOAS", latm, loas, 0, loasAllocations},
     };
-    CallLog::instance().setEnabled(false);
-    RecordingLogger::setEnabled(false);
-    for (const Row& row : rows) {
+    for (Row& row : rows) {
         SCOPED_TRACE(row.name);
         const AccessUnit unit = unitOver(row.pieces);
         const AllocationCounter allocations;
@@ -94,8 +75,28 @@ TEST(DeliveryCost, OneCopyAndNoAllocationForAnAccessUnit) {
     }
     EXPECT_EQ(video.delivered(), kUnits);
     EXPECT_EQ(audio.delivered(), 3 * kUnits);
-    CallLog::instance().setEnabled(true);
-    RecordingLogger::setEnabled(true);
+}
+
+// The same from the client's buffers on, in steady state.
+TEST(DeliveryCost, OneCopyAndNoAllocationFromTheClientToTheHost) {
+    const Unrecorded unrecorded;
+    PooledVideoSink video;
+    AvcStreamNotifier notifier(&video);
+    NetworkStreamReceiver receiver(&notifier);
+    ScriptedSdk::Sample piece{Bytes(60'000, 1), 1};
+    const auto playUnits = [&] {
+        for (int number = 0; number < kUnits * 8; ++number) {
+            ScriptedSdk::play(receiver, piece);
+            piece.timeStamp += number % 8 == 7 ? 1U : 0U;
+        }
+    };
+    playUnits();
+    const AllocationCounter allocations;
+    const CopyCounter copies;
+    playUnits();
+    EXPECT_EQ(allocations.count(), 0U);
+    EXPECT_EQ(copies.bytes(), kUnits * 8 * piece.bytes.size());
+    EXPECT_EQ(video.delivered(), 2 * kUnits - 1);
 }
 
 } // namespace

@@ -1,18 +1,9 @@
-#include <atomic>
 #include <functional>
 #include <memory>
 #include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "CKvUnknown.h"
-#include "CallLog.h"
-#include "KvResultCodes.h"
-#include "NetworkStreamCreator.h"
-#include "RecordingCodecConfiguration.h"
-#include "RecordingHost.h"
-#include "RecordingLogger.h"
+#include "NotifierFixture.h"
 #include "RtmpNetworkStreamCreator.h"
 #include "ScriptedSdk.h"
 
@@ -20,6 +11,8 @@ using namespace KorvelVideo::Network;
 using MainConcept::NetworkStreaming::IMediaConsumer;
 
 namespace {
+
+std::uint8_t low(std::uint64_t round) { return static_cast<std::uint8_t>(round); }
 
 // Runs every actor on a thread of its own, all of them `rounds` times, and waits for them.
 void runTogether(std::uint32_t rounds, const std::vector<std::function<void(std::uint32_t)>>& actors) {
@@ -37,34 +30,19 @@ void runTogether(std::uint32_t rounds, const std::vector<std::function<void(std:
     }
 }
 
-class DeliveryStress : public testing::TestWithParam<bool> {
+class DeliveryStress : public NotifierFixture, public testing::WithParamInterface<bool> {
 protected:
-    DeliveryStress() {
-        ScriptedSdk::reset();
-        ScriptedSdk::setRecording(false);
-        CallLog::instance().setEnabled(false);
-    }
+    DeliveryStress() { ScriptedSdk::reset(); }
     ~DeliveryStress() override {
-        EXPECT_EQ(ScriptedSdk::lentBuffers(), 0);
-        EXPECT_EQ(ScriptedSdk::wrongReleases(), 0);
-        EXPECT_EQ(ScriptedSdk::liveAllocators(), 0);
-        EXPECT_EQ(getLiveObjectCount(), m_liveObjects);
-        EXPECT_EQ(RecordingCodecConfiguration::alive(), 0);
-        EXPECT_EQ(m_video.liveBuffers() + m_audio.liveBuffers(), 0);
-        CallLog::instance().setEnabled(true);
-        RecordingLogger::clear();
+        EXPECT_EQ(ScriptedSdk::remains(), ScriptedSdk::Remains{});
+        EXPECT_EQ(getLiveObjectCount(), 0);
     }
     std::unique_ptr<NetworkStreamCreator> newCreator() {
-        if (GetParam()) {
-            return std::make_unique<RtmpNetworkStreamCreator>(&m_detector);
-        }
-        return std::make_unique<NetworkStreamCreator>(&m_detector);
+        return GetParam() ? std::make_unique<RtmpNetworkStreamCreator>(&m_detector)
+                          : std::make_unique<NetworkStreamCreator>(&m_detector);
     }
 
-    const std::int32_t m_liveObjects = getLiveObjectCount();
-    RecordingCodecConfiguration m_configurationClass;
-    RecordingVideoSink m_video;
-    RecordingAudioSink m_audio;
+    const Unrecorded m_unrecorded;
     RecordingDetector m_detector{&m_video, &m_audio};
 };
 
@@ -72,56 +50,48 @@ protected:
 // drains, ends and restarts them. Each byte belongs to its access unit and its stream.
 TEST_P(DeliveryStress, StreamsAreFedNotifiedAndStoppedTogether) {
     std::unique_ptr<NetworkStreamCreator> creator = newCreator();
-    IMediaConsumer* const video = ScriptedSdk::announce(*creator, {1, 96});
-    IMediaConsumer* const plain = ScriptedSdk::announce(*creator, {0, 99});
-    IMediaConsumer* const framed = ScriptedSdk::announce(*creator, {0, 100});
-    ASSERT_TRUE(video != nullptr && plain != nullptr && framed != nullptr);
-    const auto forAll = [&](const std::function<void(NetworkStreamReceiver&)>& action) {
+    IMediaConsumer& video = *ScriptedSdk::announce(*creator, {1, 96});
+    IMediaConsumer& plain = *ScriptedSdk::announce(*creator, {0, 99});
+    IMediaConsumer& framed = *ScriptedSdk::announce(*creator, {0, 100});
+    const auto forAll = [&](void (NetworkStreamReceiver::*action)()) {
         for (NetworkStreamReceiver* const receiver : creator->receivers()) {
-            action(*receiver);
+            (receiver->*action)();
         }
     };
-    const auto low = [](std::uint32_t round) { return static_cast<std::uint8_t>(round); };
-    runTogether(300, {
-                         [&](std::uint32_t round) {
-                             ScriptedSdk::play(*video, {{1, low(round)}, round, 96});
-                         },
-                         [&](std::uint32_t round) {
-                             ScriptedSdk::play(*plain, {{2, low(round)}, round, 99});
-                         },
-                         [&](std::uint32_t round) {
-                             ScriptedSdk::play(*framed, {{2, 3, low(round)}, round, 100});
-                         },
-                         [&](std::uint32_t round) {
-                             ScriptedSdk::notify(round % 2 == 0 ? *video : *framed, round % 3 == 0 ? 10 : 3);
-                         },
-                         [&](std::uint32_t round) {
-                             if (round % 100 == 50) {
-                                 ScriptedSdk::notify(*plain, 6);
-                                 ScriptedSdk::notify(*video, 6);
-                             }
-                         },
-                         [&](std::uint32_t round) {
-                             if (round % 75 == 0) {
-                                 forAll([](NetworkStreamReceiver& receiver) { receiver.setStopCalled(); });
-                                 creator->releaseAllPendingSamples();
-                                 forAll([](NetworkStreamReceiver& receiver) { receiver.forceEndOfStream(); });
-                                 forAll([](NetworkStreamReceiver& receiver) { receiver.resetForStart(); });
-                             }
-                         },
-                     });
+    runTogether(300, {[&](std::uint32_t round) {
+                          ScriptedSdk::play(video, {{1, low(round)}, round, 96});
+                      },
+                      [&](std::uint32_t round) {
+                          ScriptedSdk::play(plain, {{2, low(round)}, round, 99});
+                      },
+                      [&](std::uint32_t round) {
+                          ScriptedSdk::play(framed, {{2, 3, low(round)}, round, 100});
+                      },
+                      [&](std::uint32_t round) {
+                          ScriptedSdk::notify(round % 2 == 0 ? video : framed, round % 3 == 0 ? 10 : 3);
+                      },
+                      [&](std::uint32_t round) {
+                          if (round % 100 == 50) {
+                              ScriptedSdk::notify(plain, 6);
+                              ScriptedSdk::notify(video, 6);
+                          }
+                      },
+                      [&](std::uint32_t round) {
+                          if (round % 75 == 0) {
+                              forAll(&NetworkStreamReceiver::setStopCalled);
+                              creator->releaseAllPendingSamples();
+                              forAll(&NetworkStreamReceiver::forceEndOfStream);
+                              forAll(&NetworkStreamReceiver::resetForStart);
+                          }
+                      }});
     creator.reset(); // workers may still be running
     for (const DeliveredUnit& unit : m_video.takeDelivered()) {
-        EXPECT_EQ(unit,
-                  (DeliveredUnit{{1, low(static_cast<std::uint32_t>(unit.timeStamp))}, unit.timeStamp}));
+        EXPECT_EQ(unit.bytes, (Bytes{1, low(unit.timeStamp)}));
     }
     for (const DeliveredUnit& unit : m_audio.takeDelivered()) {
-        if (unit.bytes.empty()) {
-            continue; // before the first buffer of the framed stream
-        }
-        ASSERT_EQ(unit.bytes.size(), 2U);
-        EXPECT_TRUE(unit.bytes[0] == 2 || unit.bytes[0] == 3);
-        EXPECT_EQ(unit.bytes[1], low(static_cast<std::uint32_t>(unit.timeStamp)));
+        EXPECT_TRUE(unit.bytes.empty() || unit.bytes == Bytes({2, low(unit.timeStamp)}) ||
+                    unit.bytes == Bytes({3, low(unit.timeStamp)}))
+            << unit;
     }
 }
 
@@ -130,12 +100,8 @@ TEST_P(DeliveryStress, CreatorsAreDestroyedOverRunningWorkers) {
     const auto live = [this](std::uint32_t) {
         CoInitializeEx(nullptr, COINIT_MULTITHREADED);
         std::unique_ptr<NetworkStreamCreator> creator = newCreator();
-        for (const ScriptedSdk::Announcement& announcement :
-             {ScriptedSdk::Announcement{1, 96}, ScriptedSdk::Announcement{0, 100}}) {
-            IMediaConsumer* const consumer = ScriptedSdk::announce(*creator, announcement);
-            ASSERT_NE(consumer, nullptr);
-            ScriptedSdk::play(*consumer, {{1, 9}, 0, announcement.streamType});
-        }
+        ScriptedSdk::play(*ScriptedSdk::announce(*creator, {1, 96}), {{1, 9}, 0, 96});
+        ScriptedSdk::play(*ScriptedSdk::announce(*creator, {0, 100}), {{1, 9}, 0, 100});
         for (NetworkStreamReceiver* const receiver : creator->receivers()) {
             receiver->forceEndOfStream();
         }
@@ -143,9 +109,26 @@ TEST_P(DeliveryStress, CreatorsAreDestroyedOverRunningWorkers) {
         CoUninitialize();
     };
     runTogether(2, {live, live, live});
-    EXPECT_EQ(m_video.takeDelivered().size(), 6U) << "the worker delivers what was pending";
-    EXPECT_EQ(m_audio.takeDelivered().size(), 6U);
+    EXPECT_EQ(m_video.takeDelivered(), Units(6, {{1, 9}, 0})) << "the worker delivers what was pending";
+    EXPECT_EQ(m_audio.takeDelivered(), Units(6, {{9}, 0}));
     EXPECT_EQ(m_video.takeStatuses(), std::vector<HRESULT>(6, KV_S_STREAM_ENDED));
+}
+
+// Announcements on several threads, and walks of the receivers on another: each stream gets its own notifier.
+TEST_P(DeliveryStress, AnnouncementsAndWalksMeet) {
+    const std::unique_ptr<NetworkStreamCreator> creator = newCreator();
+    const auto announce = [&](std::uint32_t round) {
+        CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+        EXPECT_NE(ScriptedSdk::announce(*creator, {round % 2, round % 2 == 0 ? 99U : 96U}), nullptr);
+        CoUninitialize();
+    };
+    runTogether(40, {announce, announce, announce, [&](std::uint32_t) {
+                         for (NetworkStreamReceiver* const receiver : creator->receivers()) {
+                             receiver->resetForStart();
+                         }
+                         creator->releaseAllPendingSamples();
+                     }});
+    EXPECT_EQ(creator->receivers().size(), 120U);
 }
 
 INSTANTIATE_TEST_SUITE_P(Creators, DeliveryStress, testing::Bool(),

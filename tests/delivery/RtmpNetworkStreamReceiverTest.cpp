@@ -1,18 +1,12 @@
 #include "RtmpNetworkStreamReceiver.h"
 
-#include <chrono>
 #include <memory>
 #include <stdexcept>
-#include <string>
-#include <vector>
 
-#include <gtest/gtest.h>
-
-#include "CallLog.h"
 #include "GenericVideoStreamNotifier.h"
-#include "KvResultCodes.h"
-#include "RecordingHost.h"
-#include "RecordingLogger.h"
+#include "NotifierFixture.h"
+#include "PlatformFaults.h"
+#include "RtmpNetworkStreamCreator.h"
 #include "ScriptedSdk.h"
 #include "TestClock.h"
 
@@ -21,37 +15,26 @@ using namespace std::chrono_literals;
 
 namespace {
 
-using Calls = std::vector<std::string>;
-using Lines = std::vector<LogLine>;
-
-class RtmpNetworkStreamReceiverTest : public testing::Test {
+class RtmpNetworkStreamReceiverTest : public NotifierFixture {
 protected:
     RtmpNetworkStreamReceiverTest() {
         ScriptedSdk::reset();
         m_receiver = std::make_unique<RtmpNetworkStreamReceiver>(&m_notifier);
-        CallLog::instance().clear();
-        RecordingLogger::clear();
+        forget();
     }
     ~RtmpNetworkStreamReceiverTest() override {
         m_receiver.reset();
-        EXPECT_EQ(ScriptedSdk::lentBuffers(), 0);
-        EXPECT_EQ(ScriptedSdk::wrongReleases(), 0);
-        EXPECT_EQ(ScriptedSdk::liveAllocators(), 0);
-        CallLog::instance().clear();
+        EXPECT_EQ(ScriptedSdk::remains(), ScriptedSdk::Remains{});
     }
 
     // The calls that one notification leads to.
     Calls callsOf(int type) {
         CallLog::instance().clear();
         ScriptedSdk::notify(*m_receiver, type);
-        return CallLog::instance().take();
-    }
-    [[nodiscard]] std::string identifier() const {
-        return std::to_string(reinterpret_cast<std::intptr_t>(&m_notifier));
+        return takeCalls();
     }
 
-    RecordingVideoSink m_sink;
-    GenericVideoStreamNotifier m_notifier{&m_sink};
+    GenericVideoStreamNotifier m_notifier{&m_video};
     std::unique_ptr<RtmpNetworkStreamReceiver> m_receiver;
 };
 
@@ -65,13 +48,11 @@ TEST_F(RtmpNetworkStreamReceiverTest, TheEndIsDeliveredAtOnceAndAsOftenAsItComes
                      "surface1.SignalWriteCompletion()", "DeliverVideoSurface(surface1)", "surface1 ended",
                      "ReleaseBuffer(buffer1)", "ReleaseBuffer(buffer2)", "ReleaseBuffer(buffer3)",
                      "NotifyStatus(0x0999202F)"}));
-    EXPECT_EQ(m_sink.takeDelivered(), (std::vector<DeliveredUnit>{{{1, 2, 3}, 40}}));
+    EXPECT_EQ(m_video.takeDelivered(), (Units{{{1, 2, 3}, 40}}));
+    const std::string identifier = std::to_string(reinterpret_cast<std::intptr_t>(&m_notifier));
     EXPECT_EQ(RecordingLogger::takeLines(),
-              (Lines{{3, 1, "Notified last frame for RTMP End of Stream " + identifier()}}));
-    const auto sites = RecordingLogger::takeSites();
-    ASSERT_EQ(sites.size(), 1U);
-    EXPECT_EQ(sites[0].rfind("src/RtmpNetworkStreamReceiver|", 0), 0U) << sites[0];
-
+              (Lines{{3, 1, "Notified last frame for RTMP End of Stream " + identifier}}));
+    EXPECT_EQ(RecordingLogger::takeSites().at(0).rfind("src/RtmpNetworkStreamReceiver|", 0), 0U);
     EXPECT_EQ(callsOf(6), Calls{"NotifyStatus(0x0999202F)"}) << "nothing pending: only the status";
     EXPECT_TRUE(RecordingLogger::takeLines().empty());
 }
@@ -82,8 +63,9 @@ TEST_F(RtmpNetworkStreamReceiverTest, ActivityIsReportedOnceUntilTheStreamEnds) 
     EXPECT_EQ(callsOf(10), Calls{});
     clock.advance(1h);
     ScriptedSdk::play(*m_receiver, {{1}, 0});
-    EXPECT_EQ(callsOf(0), Calls{}) << "silence means nothing, however long";
-    EXPECT_EQ(callsOf(10), Calls{});
+    for (const int type : {0, 10, -1, 1, 2, 4, 7, 8, 9, 11, 1000}) {
+        EXPECT_EQ(callsOf(type), Calls{}) << type << ": silence means nothing, however long";
+    }
     callsOf(6);
     EXPECT_EQ(callsOf(10), Calls{"NotifyStatus(0x0999202E)"});
 }
@@ -101,36 +83,20 @@ TEST_F(RtmpNetworkStreamReceiverTest, ADisconnectionDuringStopIsOnlyLogged) {
     EXPECT_EQ(RecordingLogger::takeLines(), logged);
 }
 
-TEST_F(RtmpNetworkStreamReceiverTest, OtherNotificationsHaveNoEffect) {
+TEST_F(RtmpNetworkStreamReceiverTest, AHostThatThrowsLosesNoBuffer) {
     m_receiver->resetForStart();
     ScriptedSdk::play(*m_receiver, {{1}, 0});
-    for (const int type : {-1, 1, 2, 4, 7, 8, 9, 11, 1000}) {
-        EXPECT_EQ(callsOf(type), Calls{}) << type;
-    }
-    EXPECT_TRUE(RecordingLogger::takeLines().empty());
-}
-
-TEST_F(RtmpNetworkStreamReceiverTest, AFailedHostCallLosesNoBuffer) {
-    m_receiver->resetForStart();
-    ScriptedSdk::play(*m_receiver, {{1}, 0});
-    m_sink.onCall = [](const std::string& call) {
-        if (call == "DeliverVideoSurface") {
-            throw std::runtime_error("host");
-        }
-    };
+    m_video.onCall = [](const std::string&) { throw std::runtime_error("host"); };
     EXPECT_THROW(ScriptedSdk::notify(*m_receiver, 6), std::runtime_error);
-    EXPECT_EQ(ScriptedSdk::lentBuffers(), 0);
-    m_sink.onCall = nullptr;
-    EXPECT_EQ(callsOf(6), Calls{"NotifyStatus(0x0999202F)"});
+    EXPECT_EQ(ScriptedSdk::remains().buffers, 0);
 }
 
 TEST_F(RtmpNetworkStreamReceiverTest, AForcedEndIsReportedByTheWorker) {
     m_receiver->resetForStart();
     ScriptedSdk::play(*m_receiver, {{1, 2}, 7});
-    m_sink.takeDelivered();
     m_receiver->forceEndOfStream();
-    ASSERT_TRUE(m_sink.waitForStatus(KV_S_STREAM_ENDED, 20'000));
-    EXPECT_EQ(m_sink.takeDelivered(), (std::vector<DeliveredUnit>{{{1, 2}, 7}}));
+    ASSERT_TRUE(m_video.waitForStatus(KV_S_STREAM_ENDED));
+    EXPECT_EQ(m_video.takeDelivered(), (Units{{{1, 2}, 7}}));
 }
 
 } // namespace

@@ -1,10 +1,6 @@
 #include "AudioVideoInformation.h"
 
 #include <cstring>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "ComContract.h"
 #include "RecordingLogger.h"
@@ -13,24 +9,24 @@ using namespace KorvelVideo::Network;
 
 namespace {
 
-using Lines = std::vector<LogLine>;
-
 constexpr SKvVideoFormatDescription kFormat{28, 1920, 1080, 8, 2, 3, 3};
 
 // With one reference, by the interface that the host is handed.
-template <class Information>
-IKvNetworkReceiverStreamInformation* referenced(Information* information) {
+template <class Interface>
+Interface* referenced(Interface* information) {
     information->AddRef();
     return information;
 }
 
-IKvNetworkReceiverStreamInformation* newH264() {
-    return referenced(new H264Information(kFormat, 4, 100, 40));
+IKvNetworkReceiverH264Information* newH264() {
+    return referenced<IKvNetworkReceiverH264Information>(new H264Information(kFormat, 4, 100, 40));
 }
-
-IKvNetworkReceiverStreamInformation* newAac() { return referenced(new AacInformation(5, 7)); }
-
-IKvNetworkReceiverStreamInformation* newTs() { return referenced(new TsInformation); }
+IKvNetworkReceiverAacInformation* newAac() {
+    return referenced<IKvNetworkReceiverAacInformation>(new AacInformation(5, 7));
+}
+IKvNetworkReceiverStreamInformation* newTs() {
+    return referenced<IKvNetworkReceiverStreamInformation>(new TsInformation);
+}
 
 // A class as the three are made of, but inside another object.
 class Part final : public TKvObject<IKvNetworkReceiverAacInformation> {
@@ -46,28 +42,24 @@ public:
     std::uint32_t GetSecondValue() override { return 0; }
 };
 
-INSTANTIATE_TEST_SUITE_P(
-    StreamInformation, ComContract,
-    testing::Values(
-        ComSubject{"H264Information",
-                   newH264,
-                   {IID_IKvNetworkReceiverH264Information},
-                   {IID_IKvNetworkReceiverStreamInformation, IID_IKvNetworkReceiverAacInformation}},
-        ComSubject{"AacInformation",
-                   newAac,
-                   {IID_IKvNetworkReceiverAacInformation},
-                   {IID_IKvNetworkReceiverStreamInformation, IID_IKvNetworkReceiverH264Information}},
-        ComSubject{"TsInformation",
-                   newTs,
-                   {},
-                   {IID_IKvNetworkReceiverStreamInformation, IID_IKvNetworkReceiverH264Information,
-                    IID_IKvNetworkReceiverAacInformation}},
-        aggregated("PartOfAnother", [](IUnknown* outer) -> CKvUnknown* { return new Part(outer); },
-                   {IID_IKvNetworkReceiverAacInformation}, {IID_IKvNetworkReceiverStreamInformation})),
-    nameOfSubject);
+const IID& kAny = IID_IKvNetworkReceiverStreamInformation;
+const IID& kH264 = IID_IKvNetworkReceiverH264Information;
+const IID& kAac = IID_IKvNetworkReceiverAacInformation;
 
-TEST(StreamInformation, ValuesPassThroughUnchanged) {
-    auto* const h264 = static_cast<IKvNetworkReceiverH264Information*>(newH264());
+INSTANTIATE_TEST_SUITE_P(StreamInformation, ComContract,
+                         testing::Values(ComSubject{"H264Information", newH264, {kH264}, {kAny, kAac}},
+                                         ComSubject{"AacInformation", newAac, {kAac}, {kAny, kH264}},
+                                         ComSubject{"TsInformation", newTs, {}, {kAny, kH264, kAac}},
+                                         aggregated("PartOfAnother",
+                                                    [](IUnknown* outer) -> CKvUnknown* {
+                                                        return new Part(outer);
+                                                    },
+                                                    {kAac}, {kAny})),
+                         nameOfSubject);
+
+TEST(StreamInformation, ValuesPassThroughUnchangedAndLifeIsLogged) {
+    RecordingLogger::clear();
+    auto* const h264 = newH264();
     EXPECT_EQ(h264->GetStreamType(), 1U);
     const SKvVideoFormatDescription format = h264->GetVideoFormat();
     EXPECT_EQ(std::memcmp(&format, &kFormat, sizeof(format)), 0);
@@ -75,27 +67,18 @@ TEST(StreamInformation, ValuesPassThroughUnchanged) {
     EXPECT_EQ(h264->GetProfile(), 100U);
     EXPECT_EQ(h264->GetLevel(), 40U);
     h264->Release();
-
-    auto* const aac = static_cast<IKvNetworkReceiverAacInformation*>(newAac());
+    auto* const aac = newAac();
     EXPECT_EQ(aac->GetStreamType(), 2U);
     EXPECT_EQ(aac->GetFirstValue(), 5U);
     EXPECT_EQ(aac->GetSecondValue(), 7U);
     aac->Release();
-
     auto* const ts = newTs();
     EXPECT_EQ(ts->GetStreamType(), 3U);
     ts->Release();
-}
-
-TEST(StreamInformation, LifeIsLogged) {
-    RecordingLogger::clear();
-    newH264()->Release();
-    EXPECT_EQ(RecordingLogger::takeLines(true), (Lines{{3, 0, "H264Information destructor."}}));
-    newAac()->Release();
-    EXPECT_EQ(RecordingLogger::takeLines(true),
-              (Lines{{3, 0, "AacInformation constructor."}, {3, 0, "AacInformation destructor."}}));
-    newTs()->Release();
-    EXPECT_EQ(RecordingLogger::takeLines(true), (Lines{{3, 0, "TsInformation constructor."}}));
+    EXPECT_EQ(RecordingLogger::takeLines(true), (std::vector<LogLine>{{3, 0, "H264Information destructor."},
+                                                                      {3, 0, "AacInformation constructor."},
+                                                                      {3, 0, "AacInformation destructor."},
+                                                                      {3, 0, "TsInformation constructor."}}));
     for (const std::string& site : RecordingLogger::takeSites()) {
         EXPECT_EQ(site.rfind("src/AudioVideoInformation|", 0), 0U) << site;
     }
