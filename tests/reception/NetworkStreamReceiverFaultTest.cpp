@@ -8,20 +8,20 @@
 #include <thread>
 
 #include "AllocationCounter.h"
-#include "KvResultCodes.h"
 #include "PlatformFaults.h"
 
 using KvTest::PlatformCall;
 using KvTest::PlatformFault;
 using namespace KorvelVideo::Network;
-using MainConcept::NetworkStreaming::_tagConsumerInfo;
 
 namespace {
+
+constexpr std::chrono::seconds kBound{30};
 
 TEST_F(NetworkStreamReceiverTest, RefusesToBeBuiltWithoutNotifierOrAllocator) {
     for (const bool withNotifier : {false, true}) {
         if (withNotifier) {
-            ScriptedSdk::failNextAllocatorCreation();
+            ScriptedSdk::failCall("CreateBufferAllocator", 1);
         }
         try {
             const NetworkStreamReceiver receiver(withNotifier ? &m_notifier : nullptr);
@@ -30,22 +30,22 @@ TEST_F(NetworkStreamReceiverTest, RefusesToBeBuiltWithoutNotifierOrAllocator) {
             EXPECT_EQ(exception.m_result, KV_E_INVALID_POINTER);
             EXPECT_STREQ(exception.m_sourceFile, "src/NetworkStreamReceiver");
         }
-        EXPECT_EQ(ScriptedSdk::liveAllocators(), 1) << "the fixture's alone";
+        EXPECT_EQ(ScriptedSdk::remains().allocators, 1) << "the fixture's alone";
     }
 }
 
 TEST_F(NetworkStreamReceiverTest, ABufferThatIsNotLentLeavesTheRecordUntouched) {
     for (const std::uint32_t capacity : {0U, 65536U}) {
         _tagConsumerInfo info{};
-        ScriptedSdk::failNextAllocation(capacity);
+        ScriptedSdk::failCall("AllocateBuffer", capacity);
         m_receiver->GetBuffer(&info);
         EXPECT_EQ(info.buffer, nullptr);
         EXPECT_EQ(RecordingLogger::takeLines(),
                   (Lines{{0, 4, "Error allocating buffer from buffer allocator."}}));
-        EXPECT_EQ(CallLog::instance().take(), (Calls{"AllocateBuffer(0, null)"}));
+        EXPECT_EQ(takeCalls(), (Calls{"AllocateBuffer(0, null)"}));
     }
     m_receiver->GetBuffer(nullptr);
-    EXPECT_EQ(CallLog::instance().take(), Calls{}) << "without a record nothing is lent";
+    EXPECT_EQ(takeCalls(), Calls{}) << "without a record nothing is lent";
 }
 
 TEST_F(NetworkStreamReceiverTest, BadRecordsLoseOnlyThemselves) {
@@ -72,13 +72,13 @@ TEST_F(NetworkStreamReceiverTest, BadRecordsLoseOnlyThemselves) {
     play({1}, 40);
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        const int before = ScriptedSdk::lentBuffers();
+        const int before = ScriptedSdk::remains().buffers;
         if (!row.confirmed) {
-            ScriptedSdk::failNextConfirmation();
+            ScriptedSdk::failCall("ConfirmBufferSize", 1);
         }
         ScriptedSdk::play(*m_receiver, {{2}, 40, 96, row.valid, row.discard});
         EXPECT_EQ(RecordingLogger::takeLines(), row.lines);
-        EXPECT_EQ(ScriptedSdk::lentBuffers(), before + (row.kept ? 1 : 0));
+        EXPECT_EQ(ScriptedSdk::remains().buffers, before + (row.kept ? 1 : 0));
     }
     for (const bool withRecord : {false, true}) {
         _tagConsumerInfo info{};
@@ -97,7 +97,7 @@ TEST_F(NetworkStreamReceiverTest, AHostThatFailsLosesItsAccessUnitAndNoBuffer) {
         play({3}, 120);
         EXPECT_EQ(m_sink.takeDelivered(), (Units{{{2}, 80}})) << call;
         m_receiver->releasePendingSamples();
-        EXPECT_EQ(ScriptedSdk::lentBuffers(), 0);
+        EXPECT_EQ(ScriptedSdk::remains().buffers, 0);
     }
 }
 
@@ -110,7 +110,7 @@ TEST_F(NetworkStreamReceiverTest, AHostThatThrowsLosesItsAccessUnitAndNoBuffer) 
     };
     EXPECT_THROW(ScriptedSdk::play(*m_receiver, {{2}, 80}), std::runtime_error);
     m_sink.onCall = nullptr;
-    EXPECT_EQ(ScriptedSdk::lentBuffers(), 1) << "the failed unit is given back, the new buffer is kept";
+    EXPECT_EQ(ScriptedSdk::remains().buffers, 1) << "the failed unit is given back, the new buffer is kept";
     play({3}, 120);
     EXPECT_EQ(m_sink.takeDelivered(), (Units{{{2}, 80}}));
 }
@@ -139,13 +139,13 @@ TEST_F(NetworkStreamReceiverTest, AWorkerThatFailsEndsItsStepAndNotTheProcess) {
         };
         RecordingLogger::clear();
         notify(6);
-        EXPECT_TRUE(m_sink.waitForStatus(KV_S_STREAM_ENDED, kBound)) << "the end is reported all the same";
+        EXPECT_TRUE(m_sink.waitForStatus(KV_S_STREAM_ENDED)) << "the end is reported all the same";
         m_receiver->releasePendingSamples();
         m_sink.takeStatuses();
         const Lines lines = RecordingLogger::takeLines();
         ASSERT_EQ(lines.size(), 3U);
         EXPECT_EQ(lines[2], row.line);
-        EXPECT_EQ(ScriptedSdk::lentBuffers(), 0);
+        EXPECT_EQ(ScriptedSdk::remains().buffers, 0);
     }
     m_sink.onCall = nullptr;
 }
@@ -158,7 +158,7 @@ TEST_F(NetworkStreamReceiverTest, AWorkerThatCannotBeStartedMayBeTriedAgain) {
     }
     m_receiver->releasePendingSamples();
     notify(6);
-    EXPECT_TRUE(m_sink.waitForStatus(KV_S_STREAM_ENDED, kBound));
+    EXPECT_TRUE(m_sink.waitForStatus(KV_S_STREAM_ENDED));
 }
 
 TEST_F(NetworkStreamReceiverTest, StopFromInsideTheWorkersCallbackDoesNotWaitForItself) {
@@ -170,7 +170,7 @@ TEST_F(NetworkStreamReceiverTest, StopFromInsideTheWorkersCallbackDoesNotWaitFor
         }
     };
     notify(6);
-    EXPECT_TRUE(m_sink.waitForStatus(KV_S_STREAM_ENDED, kBound));
+    EXPECT_TRUE(m_sink.waitForStatus(KV_S_STREAM_ENDED));
 }
 
 TEST_F(NetworkStreamReceiverTest, StopFromInsideADeliveryLeavesTheAccessUnitWhole) {
@@ -184,7 +184,7 @@ TEST_F(NetworkStreamReceiverTest, StopFromInsideADeliveryLeavesTheAccessUnitWhol
     play({2}, 80);
     m_sink.onCall = nullptr;
     EXPECT_EQ(m_sink.takeDelivered(), (Units{{{1}, 40}}));
-    EXPECT_EQ(ScriptedSdk::lentBuffers(), 0) << "what was pending at the stop is dropped";
+    EXPECT_EQ(ScriptedSdk::remains().buffers, 0) << "what was pending at the stop is dropped";
 }
 
 TEST_F(NetworkStreamReceiverTest, ALackOfMemoryLosesItsOwnBufferAlone) {
@@ -194,16 +194,11 @@ TEST_F(NetworkStreamReceiverTest, ALackOfMemoryLosesItsOwnBufferAlone) {
     info.sampleValid = 1;
     info.dataLength = 1;
     info.timeStamp = 80; // completes the pending access unit
-    CallLog::instance().setEnabled(false);
-    const auto outOfMemory = [&] {
-        const AllocationFailure failure;
-        m_receiver->OnData(&info);
-    };
-    ScriptedSdk::setRecording(false);
-    EXPECT_THROW(outOfMemory(), std::bad_alloc);
-    ScriptedSdk::setRecording(true);
-    CallLog::instance().setEnabled(true);
-    EXPECT_EQ(ScriptedSdk::lentBuffers(), 1) << "the new buffer is given back";
+    {
+        const AllocationFault failure(0);
+        EXPECT_THROW(m_receiver->OnData(&info), std::bad_alloc);
+    }
+    EXPECT_EQ(ScriptedSdk::remains().buffers, 1) << "the new buffer is given back";
     play({3}, 40);
     play({4}, 120);
     EXPECT_EQ(m_sink.takeDelivered(), (Units{{{1, 3}, 40}}));
@@ -214,7 +209,7 @@ TEST_F(NetworkStreamReceiverTest, FailingKernelObjectsLoseNoData) {
         const PlatformFault fault(PlatformCall::WaitForSingleObject, {.result = 0xFFFFFFFF});
         play({1}, 40);
         notify(6);
-        EXPECT_TRUE(m_sink.waitForStatus(KV_S_STREAM_ENDED, kBound));
+        EXPECT_TRUE(m_sink.waitForStatus(KV_S_STREAM_ENDED));
     }
     EXPECT_EQ(m_sink.takeDelivered(), (Units{{{1}, 40}})) << "a worker that cannot wait delivers at once";
     m_receiver->releasePendingSamples();
@@ -222,7 +217,7 @@ TEST_F(NetworkStreamReceiverTest, FailingKernelObjectsLoseNoData) {
         const PlatformFault fault(PlatformCall::SetEvent, {});
         EXPECT_THROW(ScriptedSdk::play(*m_receiver, {{2}, 80}), CKvEventException);
     }
-    EXPECT_EQ(ScriptedSdk::lentBuffers(), 1) << "the buffer is pending";
+    EXPECT_EQ(ScriptedSdk::remains().buffers, 1) << "the buffer is pending";
     const PlatformFault fault(PlatformCall::WaitForSingleObject, {.result = 0xFFFFFFFF});
     RecordingLogger::clear();
     m_receiver.reset();
@@ -237,17 +232,17 @@ TEST_F(NetworkStreamReceiverTest, TheNextWorkerStartsAfterTheEarlierOneHasEnded)
     const std::shared_future<void> opened = gate.get_future().share();
     m_sink.onCall = [&](const std::string&) {
         entered.Set();
-        opened.wait_for(std::chrono::milliseconds(kBound));
+        opened.wait_for(kBound);
     };
-    const auto reached = [deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kBound)](
-                             PlatformCall call, std::uint64_t count) {
+    const auto reached = [deadline = std::chrono::steady_clock::now() + kBound](PlatformCall call,
+                                                                                std::uint64_t count) {
         while (KvTest::platformCalls(call) < count && std::chrono::steady_clock::now() < deadline) {
             std::this_thread::yield();
         }
         return KvTest::platformCalls(call) >= count;
     };
     notify(6);
-    ASSERT_TRUE(entered.Wait(kBound));
+    ASSERT_TRUE(entered.Wait(30'000));
     const std::uint64_t started = KvTest::platformCalls(PlatformCall::beginthreadex);
     const std::uint64_t waits = KvTest::platformCalls(PlatformCall::WaitForSingleObject);
     std::thread stop([this] { m_receiver->releasePendingSamples(); });

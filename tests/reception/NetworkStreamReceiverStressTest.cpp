@@ -1,18 +1,8 @@
-#include <atomic>
 #include <functional>
-#include <mutex>
 #include <set>
 #include <thread>
-#include <vector>
 
-#include <gtest/gtest.h>
-
-#include "CallLog.h"
-#include "GenericVideoStreamNotifier.h"
-#include "NetworkStreamReceiver.h"
-#include "RecordingHost.h"
-#include "RecordingLogger.h"
-#include "ScriptedSdk.h"
+#include "NetworkStreamReceiverFixture.h"
 #include "TestClock.h"
 
 using namespace KorvelVideo::Network;
@@ -22,65 +12,56 @@ namespace {
 // Data, notifications, forced ends and stop meet on one receiver from different threads. The thread sanitizer
 // finds the races; what is asserted is that no buffer is lost or given back twice, and no access unit
 // delivered twice.
-TEST(NetworkStreamReceiverStress, DataNotificationsForcedEndsAndStopMeet) {
+TEST_F(NetworkStreamReceiverTest, DataNotificationsForcedEndsAndStopMeet) {
     constexpr std::uint32_t kRounds = 400;
-    ScriptedSdk::reset();
-    ScriptedSdk::setRecording(false);
-    CallLog::instance().setEnabled(false);
-    RecordingVideoSink sink;
-    GenericVideoStreamNotifier notifier(&sink);
-    {
-        KvTest::TestClock clock; // stands still, far beyond the first silence
-        NetworkStreamReceiver receiver(&notifier);
-        sink.onCall = [&receiver](const std::string& call) { // a host that stops from inside a status
-            if (call == "NotifyStatus") {
-                receiver.releasePendingSamples();
+    const Unrecorded unrecorded;
+    const KvTest::TestClock clock; // stands still, far beyond the first silence
+    m_sink.onCall = [receiver = m_receiver.get()](const std::string& call) { // a host that stops inside
+        if (call == "NotifyStatus") {
+            receiver->releasePendingSamples();
+        }
+    };
+    const std::vector<std::function<void(std::uint32_t)>> actors{
+        [&](std::uint32_t round) {
+            for (std::uint8_t piece = 0; piece < 3; ++piece) {
+                ScriptedSdk::play(*m_receiver, {{piece, static_cast<std::uint8_t>(round)}, round});
             }
-        };
-        const std::vector<std::function<void(std::uint32_t)>> actors{
-            [&](std::uint32_t round) {
-                for (std::uint8_t piece = 0; piece < 3; ++piece) {
-                    ScriptedSdk::play(receiver, {{piece, static_cast<std::uint8_t>(round)}, round});
-                }
-            },
-            [&](std::uint32_t) { ScriptedSdk::notify(receiver, 0); },
-            [&](std::uint32_t round) { ScriptedSdk::notify(receiver, round % 2 == 0 ? 10 : 3); },
-            [&](std::uint32_t round) {
-                if (round % 100 == 50) {
-                    ScriptedSdk::notify(receiver, 6);
-                }
-            },
-            [&](std::uint32_t round) {
-                if (round % 100 == 0) {
-                    receiver.forceEndOfStream();
-                }
-            },
-            [&](std::uint32_t round) {
-                if (round % 50 == 25) {
-                    receiver.setStopCalled();
-                    receiver.releasePendingSamples();
-                    receiver.resetForStart();
-                }
-            },
-        };
-        std::vector<std::thread> threads;
-        threads.reserve(actors.size());
-        for (const auto& actor : actors) {
-            threads.emplace_back([&actor] {
-                for (std::uint32_t round = 1; round <= kRounds; ++round) {
-                    actor(round);
-                }
-            });
-        }
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
+        },
+        [&](std::uint32_t) { notify(0); },
+        [&](std::uint32_t round) { notify(round % 2 == 0 ? 10 : 3); },
+        [&](std::uint32_t round) {
+            if (round % 100 == 50) {
+                notify(6);
+            }
+        },
+        [&](std::uint32_t round) {
+            if (round % 100 == 0) {
+                m_receiver->forceEndOfStream();
+            }
+        },
+        [&](std::uint32_t round) {
+            if (round % 50 == 25) {
+                m_receiver->setStopCalled();
+                m_receiver->releasePendingSamples();
+                m_receiver->resetForStart();
+            }
+        },
+    };
+    std::vector<std::thread> threads;
+    threads.reserve(actors.size());
+    for (const auto& actor : actors) {
+        threads.emplace_back([&actor] {
+            for (std::uint32_t round = 1; round <= kRounds; ++round) {
+                actor(round);
+            }
+        });
     }
-    EXPECT_EQ(ScriptedSdk::lentBuffers(), 0);
-    EXPECT_EQ(ScriptedSdk::wrongReleases(), 0);
-    EXPECT_EQ(ScriptedSdk::liveAllocators(), 0);
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    m_receiver.reset();
     std::set<std::pair<std::uint64_t, std::vector<std::uint8_t>>> seen;
-    for (const DeliveredUnit& unit : sink.takeDelivered()) {
+    for (const DeliveredUnit& unit : m_sink.takeDelivered()) {
         EXPECT_EQ(unit.bytes.size() % 2, 0U);
         for (std::size_t piece = 0; piece + 1 < unit.bytes.size(); piece += 2) {
             EXPECT_EQ(unit.bytes[piece + 1], static_cast<std::uint8_t>(unit.timeStamp))
@@ -88,8 +69,6 @@ TEST(NetworkStreamReceiverStress, DataNotificationsForcedEndsAndStopMeet) {
             EXPECT_TRUE(seen.insert({unit.timeStamp, {unit.bytes[piece]}}).second) << "delivered twice";
         }
     }
-    CallLog::instance().setEnabled(true);
-    RecordingLogger::clear();
 }
 
 } // namespace
