@@ -2,7 +2,9 @@
 
 #include <dlfcn.h>
 
+#include <array>
 #include <chrono>
+#include <cstdio>
 #include <string>
 #include <thread>
 
@@ -12,7 +14,7 @@
 #include "KvNetworkReceiver.h"
 #include "PlatformModule.h"
 #include "RecordingLogger.h"
-#include "ScriptedClient.h"
+#include "ScriptedSdk.h"
 #include "TemporaryRegistry.h"
 
 // The module, loaded by path, with its entry points.
@@ -23,29 +25,24 @@ public:
     LoadedModule(const LoadedModule&) = delete;
     LoadedModule& operator=(const LoadedModule&) = delete;
 
-    HRESULT getClassObject(REFCLSID clsid, REFIID iid, void** object) const {
-        return entryPoint<HRESULT (*)(REFCLSID, REFIID, void**)>("DllGetClassObject")(clsid, iid, object);
+    // Calls DllGetClassObject, DllCanUnloadNow, ...
+    template <class... Parameters>
+    HRESULT call(const char* entryPoint, Parameters... parameters) const {
+        return reinterpret_cast<HRESULT (*)(Parameters...)>(GetProcAddress(m_module, entryPoint))(
+            parameters...);
     }
-    HRESULT canUnloadNow() const { return entryPoint<HRESULT (*)()>("DllCanUnloadNow")(); }
-    HRESULT registerServer() const { return entryPoint<HRESULT (*)()>("DllRegisterServer")(); }
-    HRESULT unregisterServer() const { return entryPoint<HRESULT (*)()>("DllUnregisterServer")(); }
-
+    HRESULT getClassObject(CLSID clsid, IID iid, void** object) const {
+        return call<const CLSID&, const IID&>("DllGetClassObject", clsid, iid, object);
+    }
     bool waitUntilUnloadable() const {
-        for (int attempt = 0; attempt < 10'000; ++attempt) {
-            if (canUnloadNow() == S_OK) {
-                return true;
-            }
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        while (call("DllCanUnloadNow") != S_OK && std::chrono::steady_clock::now() < end) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
-        return false;
+        return call("DllCanUnloadNow") == S_OK;
     }
 
 private:
-    template <class EntryPoint>
-    EntryPoint entryPoint(const char* name) const {
-        return reinterpret_cast<EntryPoint>(GetProcAddress(m_module, name));
-    }
-
     HMODULE m_module;
 };
 
@@ -57,37 +54,42 @@ inline bool isModuleLoaded() {
     return module != nullptr;
 }
 
+// What a program does: its exit code and all that it writes.
+inline std::pair<int, std::string> run(const std::string& command) {
+    FILE* const pipe = popen((command + " 2>&1").c_str(), "r");
+    std::string output;
+    std::array<char, 4096> text{};
+    while (std::fgets(text.data(), static_cast<int>(text.size()), pipe) != nullptr) {
+        output += text.data();
+    }
+    const int status = pclose(pipe);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
+}
+
 struct ServedClass {
-    const char* name;
-    const char* displayName;
+    std::string displayName;
     CLSID clsid;
     IID iid;
 };
 
 inline const ServedClass kServedClasses[] = {
-    {"Rtsp", "Korvel RTSP Receiver Factory", CLSID_RtspReceiverFactory, IID_IKvRtspReceiverFactory},
-    {"Rtmp", "Korvel RTMP Receiver Factory", CLSID_RtmpReceiverFactory, IID_IKvRtmpReceiverFactory},
-    {"Rtp", "Korvel RTP Receiver Factory", CLSID_RtpReceiverFactory, IID_IKvRtpReceiverFactory},
-    {"TsOverUdp", "Korvel TS over UDP Receiver Factory", CLSID_TsOverUdpReceiverFactory,
-     IID_IKvTsOverUdpReceiverFactory},
+    {"Korvel RTSP Receiver Factory", CLSID_RtspReceiverFactory, IID_IKvRtspReceiverFactory},
+    {"Korvel RTMP Receiver Factory", CLSID_RtmpReceiverFactory, IID_IKvRtmpReceiverFactory},
+    {"Korvel RTP Receiver Factory", CLSID_RtpReceiverFactory, IID_IKvRtpReceiverFactory},
+    {"Korvel TS over UDP Receiver Factory", CLSID_TsOverUdpReceiverFactory, IID_IKvTsOverUdpReceiverFactory},
 };
 
 class ModuleFixture : public testing::Test {
 protected:
     ModuleFixture() {
-        ScriptedSdk::reset();
-        ScriptedSdk::resetClients();
-        ScriptedSdk::setAnnouncements({ScriptedSdk::Announcement{}});
+        ScriptedSdk::reset({ScriptedSdk::Announcement{}});
         CallLog::instance().clear();
         RecordingLogger::clear();
     }
     ~ModuleFixture() override {
         CoFreeUnusedLibraries();
         EXPECT_FALSE(isModuleLoaded()) << "something keeps the module";
-        EXPECT_EQ(ScriptedSdk::liveClients(), 0);
-        EXPECT_EQ(ScriptedSdk::runningServices(), 0);
-        EXPECT_EQ(ScriptedSdk::misuses(), 0);
-        CallLog::instance().clear();
+        EXPECT_EQ(ScriptedSdk::remains(), ScriptedSdk::Remains{});
     }
 
     KvTest::TemporaryRegistry m_registry;

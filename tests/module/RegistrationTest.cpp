@@ -17,120 +17,152 @@ std::wstring keyOf(REFCLSID clsid) {
     return std::wstring(L"CLSID\\") + text;
 }
 
-// A value of a key below the class root; "(none)" when there is no such key or value.
-std::string valueOf(const std::wstring& key, const wchar_t* name) {
+// A value of a key below the class root; empty when there is no such key or value.
+std::string valueOf(const std::wstring& key, const wchar_t* name = nullptr) {
     HKEY handle = nullptr;
     if (RegOpenKeyExW(HKEY_CLASSES_ROOT, key.c_str(), 0, KEY_READ, &handle) != ERROR_SUCCESS) {
-        return "(none)";
+        return "";
     }
     wchar_t text[1024]{};
     DWORD bytes = sizeof(text);
-    const LSTATUS error =
-        RegQueryValueExW(handle, name, nullptr, nullptr, reinterpret_cast<BYTE*>(text), &bytes);
+    RegQueryValueExW(handle, name, nullptr, nullptr, reinterpret_cast<BYTE*>(text), &bytes);
     RegCloseKey(handle);
-    return error == ERROR_SUCCESS ? std::string(std::begin(text), std::begin(text) + std::wcslen(text))
-                                  : "(none)";
+    return {std::begin(text), std::begin(text) + std::wcslen(text)};
+}
+
+void addKey(const std::wstring& key) {
+    ASSERT_EQ(RegSetValueW(HKEY_CLASSES_ROOT, key.c_str(), REG_SZ, L"x", 0), ERROR_SUCCESS);
 }
 
 class Registration : public ModuleFixture {
 protected:
-    void expectRegistered(const std::string& path) {
+    static void expectRegistered(bool registered) {
         for (const ServedClass& served : kServedClasses) {
             const std::wstring key = keyOf(served.clsid);
-            EXPECT_EQ(valueOf(key, nullptr), path.empty() ? "(none)" : served.displayName);
-            EXPECT_EQ(valueOf(key + L"\\InprocServer32", nullptr), path.empty() ? "(none)" : path);
-            EXPECT_EQ(valueOf(key + L"\\InprocServer32", L"ThreadingModel"),
-                      path.empty() ? "(none)" : "Both");
+            EXPECT_EQ(valueOf(key), registered ? served.displayName : "");
+            EXPECT_EQ(valueOf(key + L"\\InprocServer32"), registered ? KV_MODULE : "");
+            EXPECT_EQ(valueOf(key + L"\\InprocServer32", L"ThreadingModel"), registered ? "Both" : "");
         }
     }
-    std::string registryText() {
-        std::ostringstream text;
-        text << std::ifstream(m_registry.file()).rdbuf();
-        return text.str();
-    }
+    HRESULT registerServer() { return m_module.call("DllRegisterServer"); }
+    HRESULT unregisterServer() { return m_module.call("DllUnregisterServer"); }
+
+    const LoadedModule m_module;
 };
 
 TEST_F(Registration, WritesTheKeysOfEachClassAndRemovesThem) {
-    const LoadedModule module;
-    EXPECT_EQ(module.unregisterServer(), S_OK) << "nothing was registered";
-    EXPECT_EQ(module.registerServer(), S_OK);
-    expectRegistered(KV_MODULE);
-    const std::string once = registryText();
-    EXPECT_EQ(module.registerServer(), S_OK);
-    EXPECT_EQ(registryText(), once);
+    EXPECT_EQ(unregisterServer(), S_OK) << "nothing was registered";
+    EXPECT_EQ(registerServer(), S_OK);
+    EXPECT_EQ(registerServer(), S_OK);
+    expectRegistered(true);
     // What others wrote below a class goes with it; what is beside it stays.
-    HKEY key = nullptr;
-    ASSERT_EQ(RegCreateKeyW(HKEY_CLASSES_ROOT,
-                            (keyOf(CLSID_RtspReceiverFactory) + L"\\Other\\Deep\\Deeper").c_str(), &key),
-              ERROR_SUCCESS);
-    RegCloseKey(key);
-    ASSERT_EQ(RegSetValueW(HKEY_CLASSES_ROOT, L"CLSID\\Neighbour", REG_SZ, L"stays", 0), ERROR_SUCCESS);
-    EXPECT_EQ(module.unregisterServer(), S_OK);
-    expectRegistered("");
-    EXPECT_EQ(valueOf(L"CLSID\\Neighbour", nullptr), "stays");
+    addKey(keyOf(CLSID_RtspReceiverFactory) + L"\\Other\\Deep\\Deeper");
+    addKey(L"CLSID\\Neighbour");
+    EXPECT_EQ(unregisterServer(), S_OK);
+    expectRegistered(false);
+    EXPECT_EQ(valueOf(L"CLSID\\Neighbour"), "x");
 }
 
 TEST_F(Registration, TheFirstFailingCallEndsItWithItsCode) {
-    const LoadedModule module;
     struct Row {
         PlatformCall call;
-        std::int64_t result;
+        std::int64_t error;
         unsigned calls; // in one registration of all four classes
+        std::uint64_t notOpened;
     };
-    for (const Row& row :
-         {Row{PlatformCall::RegCreateKeyW, 5, 8}, Row{PlatformCall::RegSetValueW, 0x12345, 8},
-          Row{PlatformCall::RegSetValueExW, 14, 4}}) {
+    for (const Row& row : {Row{PlatformCall::RegCreateKeyW, 5, 8, 1},
+                           {PlatformCall::RegSetValueW, 0x12345, 8, 0},
+                           {PlatformCall::RegSetValueExW, 14, 4, 0}}) {
         for (unsigned after = 0; after < row.calls; ++after) {
             const std::uint64_t opened = KvTest::platformCalls(PlatformCall::RegCreateKeyW);
             const std::uint64_t closed = KvTest::platformCalls(PlatformCall::RegCloseKey);
-            unsigned notOpened = 0;
-            {
-                const PlatformFault fault(row.call, Fault{row.result, after, 1, 0});
-                EXPECT_EQ(module.registerServer(), static_cast<HRESULT>((row.result & 0xFFFF) | 0x80070000));
-                EXPECT_EQ(fault.failed(), 1U);
-                notOpened = row.call == PlatformCall::RegCreateKeyW ? 1 : 0;
-            }
-            EXPECT_EQ(KvTest::platformCalls(PlatformCall::RegCreateKeyW) - opened - notOpened,
+            const PlatformFault fault(row.call, {.result = row.error, .after = after});
+            EXPECT_EQ(registerServer(), static_cast<HRESULT>((row.error & 0xFFFF) | 0x80070000));
+            EXPECT_EQ(KvTest::platformCalls(PlatformCall::RegCreateKeyW) - opened - row.notOpened,
                       KvTest::platformCalls(PlatformCall::RegCloseKey) - closed);
         }
     }
 }
 
 TEST_F(Registration, APathThatCannotBeReadIsThePlatformsError) {
-    const LoadedModule module;
-    for (const std::int64_t length : {0, 260}) { // none, or cut
+    struct Row {
+        std::int64_t length; // 0, or of a path that was cut
+        DWORD lastError;
+        std::uint32_t result;
+    };
+    for (const Row& row : {Row{0, ERROR_MOD_NOT_FOUND, 0x8007007E},
+                           {260, ERROR_INSUFFICIENT_BUFFER, 0x8007007A},
+                           {0, 0, 0x80004005}}) {
+        SetLastError(0);
         const PlatformFault fault(PlatformCall::GetModuleFileNameA,
-                                  Fault{length, 0, 1, ERROR_INSUFFICIENT_BUFFER});
-        EXPECT_EQ(module.registerServer(), kvResult(0x8007007A));
+                                  {.result = row.length, .times = 2, .lastError = row.lastError});
+        EXPECT_EQ(registerServer(), kvResult(row.result));
+        EXPECT_EQ(unregisterServer(), kvResult(row.result));
+        expectRegistered(false);
     }
-    const PlatformFault fault(PlatformCall::GetModuleFileNameA, Fault{0, 0, 1, ERROR_MOD_NOT_FOUND});
-    EXPECT_EQ(module.unregisterServer(), kvResult(0x8007007E));
-    expectRegistered("");
 }
 
 // A key that cannot be removed is passed over: the removal ends, and takes the rest.
 TEST_F(Registration, AKeyThatCannotBeRemovedDoesNotHoldUpTheOthers) {
-    const LoadedModule module;
-    ASSERT_EQ(module.registerServer(), S_OK);
-    for (const wchar_t* name : {L"\\A", L"\\B", L"\\C"}) {
-        ASSERT_EQ(RegSetValueW(HKEY_CLASSES_ROOT, (keyOf(CLSID_RtspReceiverFactory) + name).c_str(), REG_SZ,
-                               L"x", 0),
-                  ERROR_SUCCESS);
+    ASSERT_EQ(registerServer(), S_OK);
+    const std::wstring rtsp = keyOf(CLSID_RtspReceiverFactory);
+    for (const wchar_t* const name : {L"\\A", L"\\B", L"\\C"}) {
+        addKey(rtsp + name);
     }
     {
-        const PlatformFault fault(PlatformCall::RegDeleteKeyW, Fault{ERROR_ACCESS_DENIED, 1, 1, 0});
-        EXPECT_EQ(module.unregisterServer(), S_OK);
+        const PlatformFault fault(PlatformCall::RegDeleteKeyW, {.result = ERROR_ACCESS_DENIED, .after = 1});
+        EXPECT_EQ(unregisterServer(), S_OK);
     }
-    EXPECT_EQ(valueOf(keyOf(CLSID_RtspReceiverFactory) + L"\\A", nullptr), "(none)");
-    EXPECT_EQ(valueOf(keyOf(CLSID_RtspReceiverFactory) + L"\\B", nullptr), "x");
-    EXPECT_EQ(valueOf(keyOf(CLSID_RtspReceiverFactory) + L"\\C", nullptr), "(none)");
-    EXPECT_EQ(valueOf(keyOf(CLSID_RtmpReceiverFactory), nullptr), "(none)");
+    EXPECT_EQ(valueOf(rtsp + L"\\A") + valueOf(rtsp + L"\\B") + valueOf(rtsp + L"\\C"), "x") << "B's alone";
+    EXPECT_EQ(valueOf(rtsp + L"\\B"), "x");
+    EXPECT_EQ(valueOf(keyOf(CLSID_RtmpReceiverFactory)), "");
     {
-        const PlatformFault fault(PlatformCall::RegDeleteKeyW, Fault{ERROR_ACCESS_DENIED, 0, 1000, 0});
-        EXPECT_EQ(module.unregisterServer(), S_OK);
+        const PlatformFault fault(PlatformCall::RegDeleteKeyW,
+                                  {.result = ERROR_ACCESS_DENIED, .times = 1000});
+        EXPECT_EQ(unregisterServer(), S_OK);
     }
-    EXPECT_EQ(module.unregisterServer(), S_OK);
-    expectRegistered("");
+    EXPECT_EQ(unregisterServer(), S_OK);
+    expectRegistered(false);
+}
+
+// The tool for the same.
+
+TEST_F(Registration, TheToolSaysWhatItDid) {
+    const std::string module = KV_MODULE;
+    const std::string classes =
+        "  {5B0B6B0C-7D0E-4B44-9D27-0B1F64C0A041}  Korvel RTSP Receiver Factory\n"
+        "  {5B0B6B0C-7D0E-4B44-9D27-0B1F64C0A042}  Korvel RTMP Receiver Factory\n"
+        "  {5B0B6B0C-7D0E-4B44-9D27-0B1F64C0A043}  Korvel RTP Receiver Factory\n"
+        "  {5B0B6B0C-7D0E-4B44-9D27-0B1F64C0A044}  Korvel TS over UDP Receiver Factory\n";
+    const std::pair<std::string, std::string> rows[] = {
+        {"--unregister " + module, module + " was not registered\n"},
+        {module, "registered " + module + "\n" + classes},
+        {module, "registered " + module + "\n" + classes},
+        {"-u " + module, "unregistered " + module + "\n" + classes},
+        {"--unregister " + module, module + " was not registered\n"},
+    };
+    for (const auto& [arguments, output] : rows) {
+        EXPECT_EQ(run(KV_REGISTER_TOOL " " + arguments), (std::pair{0, output}));
+    }
+}
+
+TEST_F(Registration, TheToolFailsWithAMessageThatNamesTheModule) {
+    struct Row {
+        std::string arguments;
+        int exitCode;
+        std::string part;
+    };
+    for (const Row& row :
+         {Row{"", 2, "usage:"}, Row{"--unregister", 2, "usage:"}, Row{"--help", 0, "usage:"},
+          Row{"--register x", 2, "unknown option --register"},
+          Row{"missing.so", 1, "cannot load ./missing.so (error 126)"},
+          Row{"/dev/null", 1, "cannot load /dev/null (error 126)"},
+          Row{"missing.so " KV_MODULE, 1, "registered " KV_MODULE},
+          Row{KV_PLATFORM_LIBRARY, 1, "has no DllRegisterServer: it is not an in-process server"}}) {
+        const auto [exitCode, output] = run(KV_REGISTER_TOOL " " + row.arguments);
+        EXPECT_EQ(exitCode, row.exitCode) << row.arguments;
+        EXPECT_NE(output.find(row.part), std::string::npos) << output;
+    }
 }
 
 } // namespace
