@@ -1,5 +1,6 @@
 #include "NetworkStreamCreator.h"
 
+#include <exception>
 #include <utility>
 
 #include "AudioVideoInformation.h"
@@ -72,8 +73,18 @@ std::vector<NetworkStreamReceiver*> NetworkStreamCreator::receivers() const {
 }
 
 void NetworkStreamCreator::releaseAllPendingSamples() {
+    std::exception_ptr firstFailure;
     for (NetworkStreamReceiver* const receiver : receivers()) {
-        receiver->releasePendingSamples();
+        try {
+            receiver->releasePendingSamples();
+        } catch (...) {
+            if (firstFailure == nullptr) {
+                firstFailure = std::current_exception();
+            }
+        }
+    }
+    if (firstFailure != nullptr) {
+        std::rethrow_exception(firstFailure);
     }
 }
 

@@ -45,7 +45,8 @@ public:
     // The receivers made up to now, in creation order, each valid until the creator is destroyed.
     [[nodiscard]] std::vector<NetworkStreamReceiver*> receivers() const;
 
-    // Waits for the worker of each receiver in turn and drops what it has pending.
+    // Waits for the worker of each receiver in turn and drops what it has pending. A receiver that fails does
+    // not keep the others from it; the first failure is raised at the end.
     void releaseAllPendingSamples();
 
 protected:
