@@ -43,7 +43,7 @@ protected:
     }
 
     const Unrecorded m_unrecorded;
-    RecordingDetector m_detector{&m_video, &m_audio};
+    RecordingDetector m_detector{&m_sink, &m_audio};
 };
 
 // A whole source: the client feeds and notifies every stream on threads of its own while the host stops,
@@ -85,7 +85,7 @@ TEST_P(DeliveryStress, StreamsAreFedNotifiedAndStoppedTogether) {
                           }
                       }});
     creator.reset(); // workers may still be running
-    for (const DeliveredUnit& unit : m_video.takeDelivered()) {
+    for (const DeliveredUnit& unit : m_sink.takeDelivered()) {
         EXPECT_EQ(unit.bytes, (Bytes{1, low(unit.timeStamp)}));
     }
     for (const DeliveredUnit& unit : m_audio.takeDelivered()) {
@@ -109,9 +109,9 @@ TEST_P(DeliveryStress, CreatorsAreDestroyedOverRunningWorkers) {
         CoUninitialize();
     };
     runTogether(2, {live, live, live});
-    EXPECT_EQ(m_video.takeDelivered(), Units(6, {{1, 9}, 0})) << "the worker delivers what was pending";
+    EXPECT_EQ(m_sink.takeDelivered(), Units(6, {{1, 9}, 0})) << "the worker delivers what was pending";
     EXPECT_EQ(m_audio.takeDelivered(), Units(6, {{9}, 0}));
-    EXPECT_EQ(m_video.takeStatuses(), std::vector<HRESULT>(6, KV_S_STREAM_ENDED));
+    EXPECT_EQ(m_sink.takeStatuses(), std::vector<HRESULT>(6, KV_S_STREAM_ENDED));
 }
 
 // Announcements on several threads, and walks of the receivers on another: each stream gets its own notifier.

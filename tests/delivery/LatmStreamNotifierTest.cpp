@@ -30,10 +30,10 @@ protected:
     // What the host gets for the pieces of one access unit.
     Units deliveredOf(std::vector<Bytes> pieces, std::uint64_t timeStamp) {
         m_notifier.notifyReception(unitOver(pieces), timeStamp);
-        return m_audio.takeDelivered();
+        return m_sink.takeDelivered();
     }
 
-    LatmStreamNotifier m_notifier{&m_audio, nullptr, 0};
+    LatmStreamNotifier m_notifier{&m_sink, nullptr, 0};
 };
 
 TEST_F(LatmStreamNotifierTest, LengthPrefixes) {
@@ -96,7 +96,7 @@ TEST_F(LatmStreamNotifierTest, EachPieceIsUnwrappedByItsOwnFraming) {
 }
 
 TEST_F(LatmStreamNotifierTest, ABufferWithoutAddressWillDoForNoPayload) {
-    m_audio.script.lendsNoAddress = true;
+    m_sink.script.lendsNoAddress = true;
     EXPECT_EQ(deliveredOf({{0}, {0x56, 0xFF}}, 9), (Units{{{}, 9}}));
 }
 

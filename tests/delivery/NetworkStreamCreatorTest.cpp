@@ -62,7 +62,7 @@ protected:
         return ScriptedSdk::announce(*m_creator, announcement);
     }
 
-    RecordingDetector m_detector{&m_video, &m_audio};
+    RecordingDetector m_detector{&m_sink, &m_audio};
     std::unique_ptr<NetworkStreamCreator> m_creator;
 };
 
@@ -165,7 +165,7 @@ TEST_P(NetworkStreamCreatorTest, AFailureIsLoggedAndKeepsWhatWasMadeBefore) {
     for (const Row& row : rows) {
         SCOPED_TRACE(std::to_string(row.announcement.streamType) + row.sourceFile);
         renew();
-        m_detector.videoSink = row.isRefused ? nullptr : &m_video;
+        m_detector.videoSink = row.isRefused ? nullptr : &m_sink;
         m_detector.audioSink = row.isRefused ? nullptr : &m_audio;
         ScriptedSdk::failCall("CreateBufferAllocator", 1, row.isRefused ? 1000 : 0);
         EXPECT_EQ(announce(row.announcement), nullptr);
@@ -174,7 +174,7 @@ TEST_P(NetworkStreamCreatorTest, AFailureIsLoggedAndKeepsWhatWasMadeBefore) {
         EXPECT_TRUE(m_creator->receivers().empty());
 
         // The next stream is none the worse: its receiver is built over its own notifier.
-        m_detector.videoSink = &m_video;
+        m_detector.videoSink = &m_sink;
         IMediaConsumer* const next = announce({kVideo, 96});
         ASSERT_NE(next, nullptr);
         CallLog::instance().clear();
@@ -233,7 +233,7 @@ TEST_P(NetworkStreamCreatorTest, DataFlowsToTheSinkOfEachStream) {
         ScriptedSdk::play(*audio, {{3, 4}, timeStamp, 99});
         ScriptedSdk::play(*framed, {{1, 5}, timeStamp, 100});
     }
-    EXPECT_EQ(m_video.takeDelivered(), (Units{{{1, 2}, 1}}));
+    EXPECT_EQ(m_sink.takeDelivered(), (Units{{{1, 2}, 1}}));
     // The framed stream's empty first unit is delivered, too.
     EXPECT_EQ(m_audio.takeDelivered(), (Units{{{}, 0}, {{3, 4}, 1}, {{5}, 1}}));
     m_creator->releaseAllPendingSamples();

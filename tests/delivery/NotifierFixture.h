@@ -34,8 +34,8 @@ class NotifierFixture : public testing::Test {
 protected:
     NotifierFixture() { forget(); }
     ~NotifierFixture() override {
-        EXPECT_EQ(m_video.liveBuffers() + m_audio.liveBuffers(), 0);
-        EXPECT_EQ(m_video.references() + m_audio.references(), 0U) << "no reference is kept on a sink";
+        EXPECT_EQ(m_sink.liveBuffers() + m_audio.liveBuffers(), 0);
+        EXPECT_EQ(m_sink.references() + m_audio.references(), 0U) << "no reference is kept on a sink";
         EXPECT_EQ(RecordingCodecConfiguration::alive, 0);
     }
 
@@ -54,6 +54,6 @@ protected:
     }
 
     RecordingCodecConfiguration m_configurationClass;
-    RecordingVideoSink m_video;
-    RecordingAudioSink m_audio;
+    RecordingSink m_sink;
+    RecordingSink m_audio; // where audio and video are told apart
 };

@@ -59,7 +59,7 @@ const std::vector<Failure> kAudioFailures =
 
 struct Kind {
     const char* name;
-    Notifier (*make)(RecordingVideoSink*, RecordingAudioSink*);
+    Notifier (*make)(RecordingSink*);
     std::vector<Bytes> pieces; // of which the payload is 1 2 3 4 5 6 7 8
     Calls delivery;            // with time stamp 9
     Calls refusal;             // before a buffer that is not delivered ends
@@ -76,11 +76,18 @@ const Calls kAudioDelivery{"ProvideAudioSamples(8)",
                            "DeliverAudioSamples(samples1)",
                            "samples1 ended"};
 
+template <class VideoNotifier>
+Notifier makeVideo(RecordingSink* sink) {
+    return std::make_unique<VideoNotifier>(sink);
+}
+template <class AudioNotifier>
+Notifier makeAudio(RecordingSink* sink) {
+    return std::make_unique<AudioNotifier>(sink, nullptr, 0);
+}
+
 const Kind kKinds[] = {
     {"GenericVideo",
-     [](RecordingVideoSink* sink, RecordingAudioSink*) -> Notifier {
-         return std::make_unique<GenericVideoStreamNotifier>(sink);
-     },
+     makeVideo<GenericVideoStreamNotifier>,
      kPlain,
      {"ProvideVideoSurface(8)", "surface1.Lock(0, 1)", "surface1.SetTimeStampInfo(9)",
       "surface1.SignalWriteCompletion()", "DeliverVideoSurface(surface1)", "surface1 ended"},
@@ -88,9 +95,7 @@ const Kind kKinds[] = {
      kVideoFailures,
      "src/GenericVideoStreamNotifier"},
     {"Avc",
-     [](RecordingVideoSink* sink, RecordingAudioSink*) -> Notifier {
-         return std::make_unique<AvcStreamNotifier>(sink);
-     },
+     makeVideo<AvcStreamNotifier>,
      kPlain,
      {"ProvideVideoSurface(8)", "surface1.Lock(0, 1)", "surface1.Lock(0, 1)", "surface1.SetTimeStampInfo(9)",
       "surface1.SignalWriteCompletion()", "DeliverVideoSurface(surface1)", "surface1 ended"},
@@ -98,9 +103,7 @@ const Kind kKinds[] = {
      kVideoFailures + std::vector<Failure>{{"Lock", 3, 0x80070005, kLock, "src/AvcStreamNotifier", 1}},
      "src/GenericVideoStreamNotifier"},
     {"GenericAudio",
-     [](RecordingVideoSink*, RecordingAudioSink* sink) -> Notifier {
-         return std::make_unique<GenericAudioStreamNotifier>(sink, nullptr, 0);
-     },
+     makeAudio<GenericAudioStreamNotifier>,
      kPlain,
      kAudioDelivery,
      {"samples1.SignalWriteCompletion()"},
@@ -110,9 +113,7 @@ const Kind kKinds[] = {
              {"SignalWriteCompletion", 5, 0x80070005, "audioSamples->SignalWriteCompletion()"}},
      "src/GenericAudioStreamNotifier"},
     {"Latm",
-     [](RecordingVideoSink*, RecordingAudioSink* sink) -> Notifier {
-         return std::make_unique<LatmStreamNotifier>(sink, nullptr, 0);
-     },
+     makeAudio<LatmStreamNotifier>,
      {{3, 1, 2, 3}, {0}, {5, 4, 5, 6, 7, 8}},
      kAudioDelivery,
      {},
@@ -130,15 +131,12 @@ void arrange(HostScript& script, const Failure& failure) {
 class NotifierTest : public NotifierFixture, public testing::WithParamInterface<const Kind*> {
 protected:
     NotifierTest() {
-        m_notifier = kind().make(&m_video, &m_audio);
+        m_notifier = kind().make(&m_sink);
         forget();
     }
     ~NotifierTest() override { m_notifier.reset(); }
 
     static const Kind& kind() { return *GetParam(); }
-    RecordingSink& sink() {
-        return kind().delivery[0][7] == 'V' ? static_cast<RecordingSink&>(m_video) : m_audio;
-    }
 
     std::vector<Bytes> m_pieces = kind().pieces;
     const AccessUnit m_unit = unitOver(m_pieces);
@@ -149,7 +147,7 @@ TEST_P(NotifierTest, DeliversThePiecesInOrderWithTheTimeStamp) {
     m_notifier->notifyReception(m_unit, 9);
     EXPECT_EQ(takeCalls(), kind().delivery);
     m_notifier->notifyReception(m_unit, 1ULL << 40);
-    EXPECT_EQ(sink().takeDelivered(),
+    EXPECT_EQ(m_sink.takeDelivered(),
               (Units{{{1, 2, 3, 4, 5, 6, 7, 8}, 9}, {{1, 2, 3, 4, 5, 6, 7, 8}, 1ULL << 40}}));
     EXPECT_EQ(RecordingLogger::takeLines(), Lines{});
     EXPECT_LE(RecordingCodecConfiguration::references, 1) << "attached buffers gave theirs back";
@@ -159,10 +157,8 @@ TEST_P(NotifierTest, EachFailureOfTheHostLosesOnlyItsOwnAccessUnit) {
     for (const Failure& failure : kind().failures) {
         SCOPED_TRACE(failure.what);
         RecordingCodecConfiguration::created = 0;
-        RecordingVideoSink video;
-        RecordingAudioSink audio;
-        RecordingSink& lender = &sink() == &m_video ? static_cast<RecordingSink&>(video) : audio;
-        m_notifier = kind().make(&video, &audio);
+        RecordingSink lender;
+        m_notifier = kind().make(&lender);
         forget();
         arrange(lender.script, failure);
         m_notifier->notifyReception(m_unit, 9);
@@ -208,17 +204,17 @@ TEST_P(NotifierTest, AnEmptyAccessUnitMakesNoCallUnlessItIsFramed) {
 }
 
 TEST_P(NotifierTest, OtherExceptionsOfTheHostPassAndLoseNoBuffer) {
-    sink().onCall = [](const std::string& call) {
+    m_sink.onCall = [](const std::string& call) {
         if (call == "SetTimeStampInfo") {
             throw std::runtime_error("host");
         }
     };
     EXPECT_THROW(m_notifier->notifyReception(m_unit, 1), std::runtime_error);
-    EXPECT_EQ(sink().liveBuffers(), 0);
+    EXPECT_EQ(m_sink.liveBuffers(), 0);
 }
 
 TEST_P(NotifierTest, StatusAndItsAnswerPassThrough) {
-    sink().script.fail("NotifyStatus", kvResult(0x80001234));
+    m_sink.script.fail("NotifyStatus", kvResult(0x80001234));
     EXPECT_EQ(m_notifier->notifyStatus(KV_E_DISCONNECTED), kvResult(0x80001234));
     EXPECT_EQ(m_notifier->notifyStatus(KV_S_STREAM_ENDED), S_OK);
     EXPECT_EQ(takeCalls(), (Calls{"NotifyStatus(0x89998302)", "NotifyStatus(0x0999202F)"}));
@@ -226,7 +222,7 @@ TEST_P(NotifierTest, StatusAndItsAnswerPassThrough) {
 
 TEST_P(NotifierTest, ANullSinkIsRefusedBeforeAnythingElse) {
     try {
-        kind().make(nullptr, nullptr);
+        kind().make(nullptr);
         ADD_FAILURE() << "constructed";
     } catch (const CKvVaneException& exception) {
         EXPECT_EQ(exception.m_result, KV_E_INVALID_POINTER);
@@ -245,7 +241,7 @@ protected:
     template <class AudioNotifier>
     void expectAudioLife(const std::string& name) {
         Bytes config{0x11, 0x90};
-        auto notifier = std::make_unique<AudioNotifier>(&m_audio, config.data(), 2);
+        auto notifier = std::make_unique<AudioNotifier>(&m_sink, config.data(), 2);
         EXPECT_EQ(takeCalls(),
                   (Calls{"CreateInstance(config1)", "config1.SetCodecConfigData(16, 2, 11 90)"}));
         EXPECT_EQ(RecordingLogger::takeLines(true), (Lines{{3, 0, name + " constructor."}}));
@@ -258,10 +254,10 @@ protected:
         }
         // No configuration is one of 0 bytes; what the object makes of it is its own affair.
         RecordingCodecConfiguration::dataResult = E_FAIL;
-        notifier = std::make_unique<AudioNotifier>(&m_audio, nullptr, 0);
+        notifier = std::make_unique<AudioNotifier>(&m_sink, nullptr, 0);
         EXPECT_EQ(takeCalls(), (Calls{"CreateInstance(config2)", "config2.SetCodecConfigData(16, 0, null)"}));
         RecordingCodecConfiguration::failsCreation = true;
-        EXPECT_THROW(AudioNotifier(&m_audio, nullptr, 0), CKvSmartPointerException);
+        EXPECT_THROW(AudioNotifier(&m_sink, nullptr, 0), CKvSmartPointerException);
     }
 };
 
@@ -272,7 +268,7 @@ TEST_F(NotifierLife, GenericAudioHoldsItsConfiguration) {
 TEST_F(NotifierLife, LatmHoldsItsConfiguration) { expectAudioLife<LatmStreamNotifier>("LatmStreamNotifier"); }
 
 TEST_F(NotifierLife, AvcLogsItsEndUnderTheNameOfItsBase) {
-    std::make_unique<AvcStreamNotifier>(&m_video).reset();
+    std::make_unique<AvcStreamNotifier>(&m_sink).reset();
     EXPECT_EQ(RecordingLogger::takeLines(true), (Lines{{3, 0, "GenericVideoStreamNotifier destructor."}}));
     const auto sites = RecordingLogger::takeSites();
     ASSERT_EQ(sites.size(), 1U);
@@ -280,7 +276,7 @@ TEST_F(NotifierLife, AvcLogsItsEndUnderTheNameOfItsBase) {
 }
 
 TEST_F(NotifierLife, GenericAudioLogsTheSizeOfEachAccessUnit) {
-    GenericAudioStreamNotifier notifier(&m_audio, nullptr, 0);
+    GenericAudioStreamNotifier notifier(&m_sink, nullptr, 0);
     std::vector<Bytes> pieces{Bytes(371)};
     forget();
     notifier.notifyReception(unitOver(pieces), 9);
@@ -293,17 +289,17 @@ TEST_F(NotifierLife, GenericAudioLogsTheSizeOfEachAccessUnit) {
 TEST_F(NotifierLife, TheModulesOwnExceptionFromTheHostEndsInGenericAudio) {
     for (const std::string thrower : {"SignalWriteCompletion", "DeliverAudioSamples"}) {
         std::vector<Bytes> pieces = kPlain;
-        GenericAudioStreamNotifier notifier(&m_audio, nullptr, 0);
+        GenericAudioStreamNotifier notifier(&m_sink, nullptr, 0);
         std::size_t completions = 0;
         forget();
-        m_audio.onCall = [&](const std::string& call) {
+        m_sink.onCall = [&](const std::string& call) {
             completions += call == "SignalWriteCompletion" ? 1U : 0U;
             if (call == thrower) {
                 throw CKvVaneException("host", "host", 1, "Redirect", KV_E_INVALID_PROTOCOL);
             }
         };
         EXPECT_NO_THROW(notifier.notifyReception(unitOver(pieces), 9));
-        m_audio.onCall = nullptr;
+        m_sink.onCall = nullptr;
         EXPECT_EQ(completions, thrower == "SignalWriteCompletion" ? 2U : 1U);
         EXPECT_EQ(RecordingLogger::takeExceptions().size(), completions);
     }

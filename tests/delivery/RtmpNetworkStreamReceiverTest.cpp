@@ -34,7 +34,7 @@ protected:
         return takeCalls();
     }
 
-    GenericVideoStreamNotifier m_notifier{&m_video};
+    GenericVideoStreamNotifier m_notifier{&m_sink};
     std::unique_ptr<RtmpNetworkStreamReceiver> m_receiver;
 };
 
@@ -48,7 +48,7 @@ TEST_F(RtmpNetworkStreamReceiverTest, TheEndIsDeliveredAtOnceAndAsOftenAsItComes
                      "surface1.SignalWriteCompletion()", "DeliverVideoSurface(surface1)", "surface1 ended",
                      "ReleaseBuffer(buffer1)", "ReleaseBuffer(buffer2)", "ReleaseBuffer(buffer3)",
                      "NotifyStatus(0x0999202F)"}));
-    EXPECT_EQ(m_video.takeDelivered(), (Units{{{1, 2, 3}, 40}}));
+    EXPECT_EQ(m_sink.takeDelivered(), (Units{{{1, 2, 3}, 40}}));
     const std::string identifier = std::to_string(reinterpret_cast<std::intptr_t>(&m_notifier));
     EXPECT_EQ(RecordingLogger::takeLines(),
               (Lines{{3, 1, "Notified last frame for RTMP End of Stream " + identifier}}));
@@ -86,7 +86,7 @@ TEST_F(RtmpNetworkStreamReceiverTest, ADisconnectionDuringStopIsOnlyLogged) {
 TEST_F(RtmpNetworkStreamReceiverTest, AHostThatThrowsLosesNoBuffer) {
     m_receiver->resetForStart();
     ScriptedSdk::play(*m_receiver, {{1}, 0});
-    m_video.onCall = [](const std::string&) { throw std::runtime_error("host"); };
+    m_sink.onCall = [](const std::string&) { throw std::runtime_error("host"); };
     EXPECT_THROW(ScriptedSdk::notify(*m_receiver, 6), std::runtime_error);
     EXPECT_EQ(ScriptedSdk::remains().buffers, 0);
 }
@@ -95,8 +95,8 @@ TEST_F(RtmpNetworkStreamReceiverTest, AForcedEndIsReportedByTheWorker) {
     m_receiver->resetForStart();
     ScriptedSdk::play(*m_receiver, {{1, 2}, 7});
     m_receiver->forceEndOfStream();
-    ASSERT_TRUE(m_video.waitForStatus(KV_S_STREAM_ENDED));
-    EXPECT_EQ(m_video.takeDelivered(), (Units{{{1, 2}, 7}}));
+    ASSERT_TRUE(m_sink.waitForStatus(KV_S_STREAM_ENDED));
+    EXPECT_EQ(m_sink.takeDelivered(), (Units{{{1, 2}, 7}}));
 }
 
 } // namespace

@@ -68,15 +68,6 @@ TEST(ClassFactory, CreateInstance) {
     }
 }
 
-TEST(ClassFactory, LocksAreCounted) {
-    const CKvFactoryTemplate served{L"Object", &kClass, create<true, S_OK>};
-    CKvClassFactory factory(served);
-    for (const auto& [lock, count] : std::vector<std::pair<BOOL, int>>{{1, 1}, {7, 2}, {0, 1}, {0, 0}}) {
-        EXPECT_EQ(factory.LockServer(lock), S_OK);
-        EXPECT_EQ(getServerLockCount(), count);
-    }
-}
-
 IUnknown* createFactory() {
     static const CKvFactoryTemplate served{L"Object", &kClass, create<true, S_OK>};
     auto* const factory = new CKvClassFactory(served);

@@ -67,7 +67,7 @@ TEST_F(Module, ClassObjects) {
 TEST_F(Module, ALockKeepsIt) {
     const LoadedModule module;
     void* object = nullptr;
-    for (const BOOL lock : {TRUE, FALSE}) {
+    for (const BOOL lock : {7, FALSE}) { // whatever is not FALSE locks
         ASSERT_EQ(module.getClassObject(CLSID_RtpReceiverFactory, IID_IClassFactory, &object), S_OK);
         auto* const classFactory = static_cast<IClassFactory*>(object);
         EXPECT_EQ(classFactory->CreateInstance(nullptr, IID_IKvRtspReceiverFactory, &object), E_NOINTERFACE);
@@ -97,24 +97,24 @@ protected:
     }
 
     // As a host does it: a class identifier, settings, a callback.
-    template <class Factory, class Settings>
+    template <class Factory>
     IKvNetworkReceiverController* create(const ServedClass& served, const char* url) {
         Factory* factory = nullptr;
         IKvNetworkReceiverController* receiver = nullptr;
         EXPECT_EQ(CoCreateInstance(served.clsid, nullptr, CLSCTX_INPROC_SERVER, served.iid,
                                    reinterpret_cast<void**>(&factory)),
                   S_OK);
-        Settings settings({url, nullptr, 0, 0});
+        HostSettings settings({url});
         EXPECT_EQ(factory->CreateReceiver(&settings, &m_detector, &receiver), S_OK);
         EXPECT_EQ(factory->Release(), 0U) << "receivers live on without their factory";
         EXPECT_EQ(receiver->Start(), S_OK);
         return receiver;
     }
 
-    template <class Factory, class Settings>
+    template <class Factory>
     void live(const ServedClass& served, const char* url, const char* otherUrl) {
         SCOPED_TRACE(served.displayName);
-        auto* const receiver = create<Factory, Settings>(served, url);
+        auto* const receiver = create<Factory>(served, url);
         CoFreeUnusedLibraries();
         ASSERT_TRUE(isModuleLoaded());
         auto* const consumer = ScriptedSdk::consumers().at(0);
@@ -131,22 +131,22 @@ protected:
         m_sink.takeStatuses();
     }
 
-    RecordingVideoSink m_sink;
+    RecordingSink m_sink;
     RecordingDetector m_detector{&m_sink, nullptr};
 };
 
 TEST_F(ModuleLife, FromClassIdentifierToUnloadAndAgain) {
     for (int round = 0; round < 5; ++round) {
-        live<IKvRtspReceiverFactory, RtspSettings>(kServedClasses[0], "rtsp://a", "rtsp://b");
-        live<IKvRtmpReceiverFactory, RtmpSettings>(kServedClasses[1], "rtmp://a", "rtmp://b");
-        live<IKvRtpReceiverFactory, RtpSettings>(kServedClasses[2], "rtp://a", "rtp://b");
-        live<IKvTsOverUdpReceiverFactory, TsOverUdpSettings>(kServedClasses[3], "udp://a", "udp://b");
+        live<IKvRtspReceiverFactory>(kServedClasses[0], "rtsp://a", "rtsp://b");
+        live<IKvRtmpReceiverFactory>(kServedClasses[1], "rtmp://a", "rtmp://b");
+        live<IKvRtpReceiverFactory>(kServedClasses[2], "rtp://a", "rtp://b");
+        live<IKvTsOverUdpReceiverFactory>(kServedClasses[3], "udp://a", "udp://b");
     }
 }
 
 // A receiver released inside a callback keeps the module until its own thread has ended.
 TEST_F(ModuleLife, ReleasedInsideACallbackItStaysUntilTheReceiverHasEnded) {
-    auto* const receiver = create<IKvRtspReceiverFactory, RtspSettings>(kServedClasses[0], "rtsp://a");
+    auto* const receiver = create<IKvRtspReceiverFactory>(kServedClasses[0], "rtsp://a");
     m_sink.onCall = [receiver](const std::string&) {
         EXPECT_EQ(receiver->Release(), 0U);
         CoFreeUnusedLibraries();

@@ -182,7 +182,7 @@ protected:
 TEST_F(ReceiverCallbackOrder, ReleaseWhileAStreamIsAnnounced) {
     createAndStart(kRtsp);
     detector.onInformation = [this](IKvNetworkReceiverStreamInformation*) { EXPECT_EQ(release(), 0U); };
-    ScriptedSdk::announceOnClientThread({});
+    ScriptedSdk::runOnClientThread([] { ScriptedSdk::announce(ScriptedSdk::lastCreator(), {}); });
     EXPECT_TRUE(ScriptedSdk::waitForClientThreads());
 }
 

@@ -102,8 +102,8 @@ protected:
                                                                                   begin - title.size() + 1);
     }
 
-    RecordingVideoSink videoSink;
-    RecordingAudioSink audioSink;
+    RecordingSink videoSink;
+    RecordingSink audioSink;
     RecordingDetector detector{&videoSink, &audioSink};
     IKvNetworkReceiverController* receiver = nullptr;
 };

@@ -84,12 +84,4 @@ TEST_F(SessionDescription, StandsForTheUrlOfAnRtpReceiver) {
                             "client2.Init(\"v=0\na=rtpmap:97 H264/90000\n\", null)"}));
 }
 
-// The first has no word that names a protocol.
-TEST_F(SessionDescription, ADescriptionThatCannotBeUsedFailsTheConstruction) {
-    for (const std::string& path : {write("empty.sdp", "v=0\nm=audio\n"), pathOf("missing.sdp")}) {
-        EXPECT_EQ(create(kRtp, {path.c_str(), nullptr, 0, 0}), KV_E_INVALID_PARAMETER);
-    }
-    EXPECT_EQ(RecordingLogger::takeExceptions().size(), 2U);
-}
-
 } // namespace

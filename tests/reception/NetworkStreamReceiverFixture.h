@@ -47,7 +47,7 @@ protected:
         return std::to_string(reinterpret_cast<std::intptr_t>(&m_notifier));
     }
 
-    RecordingVideoSink m_sink;
+    RecordingSink m_sink;
     GenericVideoStreamNotifier m_notifier{&m_sink};
     std::unique_ptr<NetworkStreamReceiver> m_receiver;
 };

@@ -1,10 +1,8 @@
 #include "ComContract.h"
 
 #include <thread>
-#include <utility>
 
 #include "TKvSmartPtr.h"
-#include "TestObject.h"
 
 namespace {
 
@@ -17,24 +15,6 @@ Pointer query(IUnknown* from, REFIID iid) {
     EXPECT_EQ(from->QueryInterface(iid, reinterpret_cast<void**>(&to)), S_OK);
     return to;
 }
-
-// An object of which another one is a part.
-class Whole final : public TestObject<IUnknown> {
-public:
-    explicit Whole(const std::function<CKvUnknown*(IUnknown*)>& create) : m_part(create(this)) {
-        m_part->NonDelegatingAddRef();
-    }
-    ~Whole() override { m_part->NonDelegatingRelease(); }
-
-    HRESULT QueryInterface(REFIID iid, void** object) override {
-        return object == nullptr     ? E_POINTER
-               : iid == IID_IUnknown ? TestObject::QueryInterface(iid, object)
-                                     : m_part->NonDelegatingQueryInterface(iid, object);
-    }
-
-private:
-    CKvUnknown* m_part;
-};
 
 std::vector<IID> allAnswered(const ComSubject& subject) {
     std::vector<IID> identifiers = subject.answered;
@@ -54,12 +34,6 @@ Pointer createSubject(const ComSubject& subject) {
 void PrintTo(const ComSubject& subject, std::ostream* stream) { *stream << subject.name; }
 
 std::string nameOfSubject(const testing::TestParamInfo<ComSubject>& info) { return info.param.name; }
-
-ComSubject aggregated(std::string name, std::function<CKvUnknown*(IUnknown*)> create,
-                      std::vector<IID> answered, std::vector<IID> refused) {
-    return {std::move(name), [create = std::move(create)]() -> IUnknown* { return new Whole(create); },
-            std::move(answered), std::move(refused)};
-}
 
 // From every interface every other one is reached, itself included, and always the same.
 TEST_P(ComContract, QueriesAreReflexiveSymmetricAndTransitive) {

@@ -26,8 +26,3 @@ class ComContract : public testing::TestWithParam<ComSubject> {};
 
 void PrintTo(const ComSubject& subject, std::ostream* stream);
 [[nodiscard]] std::string nameOfSubject(const testing::TestParamInfo<ComSubject>& info);
-
-// The subject as a part of another object, to which its interfaces delegate and whose identity it takes:
-// `create` makes the part inside `outer`, with count 0.
-[[nodiscard]] ComSubject aggregated(std::string name, std::function<CKvUnknown*(IUnknown* outer)> create,
-                                    std::vector<IID> answered, std::vector<IID> refused);

@@ -6,8 +6,6 @@
 #include "KvNetworkReceiver.h"
 #include "TestObject.h"
 
-// The settings objects of the host: each answers with the values given and records the calls.
-
 struct SettingsValues {
     const char* url = nullptr;
     const char* networkInterfaceCard = nullptr;
@@ -15,41 +13,28 @@ struct SettingsValues {
     std::uint32_t clientOption = 0;
 };
 
-template <class Interface>
-class HostSettings : public StaticTestObject<Interface> {
+// The settings object of the host, for each kind of receiver: answers with the values given and records the
+// calls.
+class HostSettings final : public StaticTestObject<IKvRtspReceiverSettings, IKvRtmpReceiverSettings,
+                                                   IKvRtpReceiverSettings, IKvTsOverUdpReceiverSettings> {
 public:
-    explicit HostSettings(const SettingsValues& given) : values(given) {}
+    explicit HostSettings(const SettingsValues& values) : m_values(values) {}
 
-    const char* GetUrl() override { return recorded("GetUrl", values.url); }
+    const char* GetUrl() override { return recorded("GetUrl", m_values.url); }
     const char* GetNetworkInterfaceCard() override {
-        return recorded("GetNetworkInterfaceCard", values.networkInterfaceCard);
+        return recorded("GetNetworkInterfaceCard", m_values.networkInterfaceCard);
+    }
+    std::int32_t GetPort() override { return recorded("GetPort", m_values.port); }
+    std::uint32_t GetClientOptionValue() override {
+        return recorded("GetClientOptionValue", m_values.clientOption);
     }
 
-protected:
+private:
     template <class Value>
-    Value recorded(const char* call, Value value) {
+    static Value recorded(const char* call, Value value) {
         CallLog::instance().recordCall(call);
         return value;
     }
 
-    const SettingsValues values;
-};
-
-template <class Interface>
-class HostPortSettings final : public HostSettings<Interface> {
-public:
-    using HostSettings<Interface>::HostSettings;
-    std::int32_t GetPort() override { return this->recorded("GetPort", this->values.port); }
-};
-
-using RtspSettings = HostPortSettings<IKvRtspReceiverSettings>;
-using RtmpSettings = HostPortSettings<IKvRtmpReceiverSettings>;
-using TsOverUdpSettings = HostSettings<IKvTsOverUdpReceiverSettings>;
-
-class RtpSettings final : public HostSettings<IKvRtpReceiverSettings> {
-public:
-    using HostSettings::HostSettings;
-    std::uint32_t GetClientOptionValue() override {
-        return recorded("GetClientOptionValue", values.clientOption);
-    }
+    const SettingsValues m_values;
 };

@@ -11,6 +11,7 @@
 #include "PlatformCompiler.h"
 #include "PlatformModule.h"
 #include "PlatformRegistry.h"
+#include "TestClock.h"
 
 namespace KvTest {
 
@@ -47,6 +48,17 @@ std::optional<Fault> countCall(PlatformCall call) {
 
 DWORD allowedWait(DWORD milliseconds) {
     return g_shortWaits && milliseconds != INFINITE ? std::min<DWORD>(milliseconds, 1) : milliseconds;
+}
+
+// The stopped counter; below 0 while the real clock runs.
+constinit std::atomic<std::int64_t> g_stoppedAt{-1};
+
+std::int64_t realCounter() {
+    static const auto original =
+        reinterpret_cast<BOOL (*)(LARGE_INTEGER*)>(dlsym(RTLD_NEXT, "QueryPerformanceCounter"));
+    LARGE_INTEGER counter{};
+    original(&counter);
+    return counter.QuadPart;
 }
 
 template <PlatformCall call, typename Result, typename... Parameters>
@@ -92,16 +104,28 @@ std::uint64_t platformCalls(PlatformCall call) {
     return operationOf(call).calls;
 }
 
+TestClock::TestClock() { g_stoppedAt = realCounter(); }
+
+TestClock::~TestClock() { g_stoppedAt = -1; }
+
+void TestClock::advance(std::chrono::nanoseconds time) {
+    LARGE_INTEGER frequency{};
+    QueryPerformanceFrequency(&frequency);
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
+    const std::int64_t rest = (time - seconds).count() * frequency.QuadPart / std::nano::den;
+    g_stoppedAt += seconds.count() * frequency.QuadPart + rest;
+}
+
 } // namespace KvTest
 
 using KvTest::pass;
-using KvTest::PlatformCall;
+using Call = KvTest::PlatformCall;
 
 // The program's own definitions come before those of the platform library, for every caller in the process.
 extern "C" {
 
 KV_EXPORT BOOL CloseHandle(HANDLE handle) {
-    return pass<PlatformCall::CloseHandle>(&CloseHandle, "CloseHandle", handle);
+    return pass<Call::CloseHandle>(&CloseHandle, "CloseHandle", handle);
 }
 
 KV_EXPORT HRESULT CoCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD context, REFIID iid,
@@ -109,61 +133,62 @@ KV_EXPORT HRESULT CoCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD contex
     if (object != nullptr) {
         *object = nullptr;
     }
-    return pass<PlatformCall::CoCreateInstance>(&CoCreateInstance, "CoCreateInstance", clsid, outer, context,
-                                                iid, object);
+    return pass<Call::CoCreateInstance>(&CoCreateInstance, "CoCreateInstance", clsid, outer, context, iid,
+                                        object);
 }
 
 KV_EXPORT HRESULT CoInitializeEx(void* reserved, DWORD model) {
-    return pass<PlatformCall::CoInitializeEx>(&CoInitializeEx, "CoInitializeEx", reserved, model);
+    return pass<Call::CoInitializeEx>(&CoInitializeEx, "CoInitializeEx", reserved, model);
 }
 
-KV_EXPORT void CoUninitialize() { pass<PlatformCall::CoUninitialize>(&CoUninitialize, "CoUninitialize"); }
+KV_EXPORT void CoUninitialize() { pass<Call::CoUninitialize>(&CoUninitialize, "CoUninitialize"); }
 
 KV_EXPORT HANDLE CreateEventA(SECURITY_ATTRIBUTES* attributes, BOOL manual, BOOL initial, const char* name) {
-    return pass<PlatformCall::CreateEventA>(&CreateEventA, "CreateEventA", attributes, manual, initial, name);
+    return pass<Call::CreateEventA>(&CreateEventA, "CreateEventA", attributes, manual, initial, name);
 }
 
 KV_EXPORT DWORD GetModuleFileNameA(HMODULE module, char* path, DWORD capacity) {
-    return pass<PlatformCall::GetModuleFileNameA>(&GetModuleFileNameA, "GetModuleFileNameA", module, path,
-                                                  capacity);
+    return pass<Call::GetModuleFileNameA>(&GetModuleFileNameA, "GetModuleFileNameA", module, path, capacity);
 }
 
-KV_EXPORT LSTATUS RegCloseKey(HKEY key) {
-    return pass<PlatformCall::RegCloseKey>(&RegCloseKey, "RegCloseKey", key);
-}
+KV_EXPORT LSTATUS RegCloseKey(HKEY key) { return pass<Call::RegCloseKey>(&RegCloseKey, "RegCloseKey", key); }
 
 KV_EXPORT LSTATUS RegCreateKeyW(HKEY parent, const wchar_t* name, HKEY* key) {
-    return pass<PlatformCall::RegCreateKeyW>(&RegCreateKeyW, "RegCreateKeyW", parent, name, key);
+    return pass<Call::RegCreateKeyW>(&RegCreateKeyW, "RegCreateKeyW", parent, name, key);
 }
 
 KV_EXPORT LSTATUS RegDeleteKeyW(HKEY parent, const wchar_t* name) {
-    return pass<PlatformCall::RegDeleteKeyW>(&RegDeleteKeyW, "RegDeleteKeyW", parent, name);
+    return pass<Call::RegDeleteKeyW>(&RegDeleteKeyW, "RegDeleteKeyW", parent, name);
 }
 
 KV_EXPORT LSTATUS RegSetValueExW(HKEY key, const wchar_t* name, DWORD reserved, DWORD type, const BYTE* data,
                                  DWORD bytes) {
-    return pass<PlatformCall::RegSetValueExW>(&RegSetValueExW, "RegSetValueExW", key, name, reserved, type,
-                                              data, bytes);
+    return pass<Call::RegSetValueExW>(&RegSetValueExW, "RegSetValueExW", key, name, reserved, type, data,
+                                      bytes);
 }
 
 KV_EXPORT LSTATUS RegSetValueW(HKEY key, const wchar_t* name, DWORD type, const wchar_t* text, DWORD bytes) {
-    return pass<PlatformCall::RegSetValueW>(&RegSetValueW, "RegSetValueW", key, name, type, text, bytes);
+    return pass<Call::RegSetValueW>(&RegSetValueW, "RegSetValueW", key, name, type, text, bytes);
 }
 
-KV_EXPORT BOOL ResetEvent(HANDLE event) {
-    return pass<PlatformCall::ResetEvent>(&ResetEvent, "ResetEvent", event);
-}
+KV_EXPORT BOOL ResetEvent(HANDLE event) { return pass<Call::ResetEvent>(&ResetEvent, "ResetEvent", event); }
 
-KV_EXPORT BOOL SetEvent(HANDLE event) { return pass<PlatformCall::SetEvent>(&SetEvent, "SetEvent", event); }
+KV_EXPORT BOOL SetEvent(HANDLE event) { return pass<Call::SetEvent>(&SetEvent, "SetEvent", event); }
 
 KV_EXPORT DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds) {
-    return pass<PlatformCall::WaitForSingleObject>(&WaitForSingleObject, "WaitForSingleObject", handle,
-                                                   KvTest::allowedWait(milliseconds));
+    return pass<Call::WaitForSingleObject>(&WaitForSingleObject, "WaitForSingleObject", handle,
+                                           KvTest::allowedWait(milliseconds));
 }
 
 KV_EXPORT std::uintptr_t _beginthreadex(void* security, unsigned stackSize, unsigned (*routine)(void*),
                                         void* context, unsigned flags, unsigned* threadId) {
-    return pass<PlatformCall::beginthreadex>(&_beginthreadex, "_beginthreadex", security, stackSize, routine,
-                                             context, flags, threadId);
+    return pass<Call::beginthreadex>(&_beginthreadex, "_beginthreadex", security, stackSize, routine, context,
+                                     flags, threadId);
+}
+
+KV_EXPORT BOOL QueryPerformanceCounter(LARGE_INTEGER* counter) {
+    const std::int64_t stoppedAt = KvTest::g_stoppedAt;
+    counter->QuadPart = stoppedAt >= 0 ? stoppedAt : KvTest::realCounter();
+    return TRUE;
 }
 }

@@ -24,7 +24,7 @@ struct ReceiverKind {
 };
 
 // Null values give null settings.
-template <class Factory, class Settings>
+template <class Factory>
 HRESULT createThroughFactory(const SettingsValues* values, IKvNetworkStreamDetectorCallback* callback,
                              IKvNetworkReceiverController** receiver) {
     HRESULT result = S_OK;
@@ -33,7 +33,7 @@ HRESULT createThroughFactory(const SettingsValues* values, IKvNetworkStreamDetec
         return result;
     }
     object->NonDelegatingAddRef();
-    Settings settings(values != nullptr ? *values : SettingsValues{});
+    HostSettings settings(values != nullptr ? *values : SettingsValues{});
     result = static_cast<Factory*>(object)->CreateReceiver(values != nullptr ? &settings : nullptr, callback,
                                                            receiver);
     object->NonDelegatingRelease();
@@ -42,13 +42,13 @@ HRESULT createThroughFactory(const SettingsValues* values, IKvNetworkStreamDetec
 
 inline const std::array<ReceiverKind, 4> kReceiverKinds{{
     {"Rtsp", "rtsp://host/a", "rtsp://host/b",
-     createThroughFactory<KorvelVideo::Network::RtspReceiverFactory, RtspSettings>},
+     createThroughFactory<KorvelVideo::Network::RtspReceiverFactory>},
     {"Rtmp", "rtmp://host/a", "rtmp://host/b",
-     createThroughFactory<KorvelVideo::Network::RtmpReceiverFactory, RtmpSettings>},
+     createThroughFactory<KorvelVideo::Network::RtmpReceiverFactory>},
     {"Rtp", "rtp://host:5004", "rtp://host:5006",
-     createThroughFactory<KorvelVideo::Network::RtpReceiverFactory, RtpSettings>},
+     createThroughFactory<KorvelVideo::Network::RtpReceiverFactory>},
     {"TsOverUdp", "udp://host:1234", "udp://host:1236",
-     createThroughFactory<KorvelVideo::Network::TsOverUdpReceiverFactory, TsOverUdpSettings>},
+     createThroughFactory<KorvelVideo::Network::TsOverUdpReceiverFactory>},
 }};
 
 inline const ReceiverKind& kRtsp = kReceiverKinds[0];

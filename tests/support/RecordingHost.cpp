@@ -23,7 +23,7 @@ HRESULT RecordingSink::resultOf(const std::string& call) {
     return static_cast<HRESULT>(script.failureOf(call).value_or(S_OK));
 }
 
-HRESULT RecordingSink::enterStatus(HRESULT status) {
+HRESULT RecordingSink::NotifyStatus(HRESULT status) {
     char code[11];
     std::snprintf(code, sizeof(code), "0x%08X", static_cast<unsigned>(status));
     CallLog::instance().recordCall("NotifyStatus", code);
@@ -32,11 +32,6 @@ HRESULT RecordingSink::enterStatus(HRESULT status) {
     m_statuses.push_back(status);
     m_changed.notify_all();
     return result;
-}
-
-void RecordingSink::keep(DeliveredUnit unit) {
-    const std::lock_guard lock(m_lock);
-    m_delivered.push_back(std::move(unit));
 }
 
 std::vector<DeliveredUnit> RecordingSink::takeDelivered() {
@@ -56,14 +51,12 @@ bool RecordingSink::waitForStatus(HRESULT status) {
     });
 }
 
-// What a surface and a sample buffer have in common.
-template <class Interface>
-class RecordingSink::Lent : public TestObject<Interface> {
+class RecordingSink::Lent final : public TestObject<IKvSurface, IKvAudioSamples> {
 public:
     Lent(RecordingSink& sink, const char* kind, std::uint32_t size)
         : m_sink(sink), m_name(kind + std::to_string(++sink.m_bufferNumber)), m_size(size),
-          m_bytes(static_cast<std::size_t>(
-              std::max<std::int64_t>(0, std::int64_t{size} + sink.script.capacityChange))) {
+          m_bytes(
+              static_cast<std::size_t>(std::max(0, static_cast<int>(size) + sink.script.capacityChange))) {
         ++m_sink.m_liveBuffers;
     }
     ~Lent() override {
@@ -71,9 +64,27 @@ public:
         --m_sink.m_liveBuffers;
     }
 
+    HRESULT Lock(std::uint32_t first, EKvFaceType face, SKvLockedSurfaceDescription* description) override {
+        const bool used = description->m_size != 32 || description->m_bufferCapacity != 0 ||
+                          description->m_buffer != nullptr;
+        const HRESULT result = used ? enter("Lock", "a used record") : enter("Lock", first, face);
+        return lend(result, description->m_buffer, description->m_bufferCapacity);
+    }
+    HRESULT GetBufferAndLength(std::uint8_t** buffer, std::uint32_t* length) override {
+        const bool used = *buffer != nullptr || *length != 0;
+        const HRESULT result =
+            used ? enter("GetBufferAndLength", "used variables") : enter("GetBufferAndLength");
+        return lend(result, *buffer, *length);
+    }
     HRESULT SetTimeStampInfo(const std::uint64_t* timeStamp) override {
         m_timeStamp = *timeStamp;
         return enter("SetTimeStampInfo", *timeStamp);
+    }
+    HRESULT AttachCustomObject(REFIID iid, IUnknown* object) override {
+        m_attached = object;
+        const bool expected = iid == IID_IKvAACCodecConfigDataAccess;
+        return enter("AttachCustomObject", expected ? "IKvAACCodecConfigDataAccess" : "another interface",
+                     RecordingCodecConfiguration::nameOf(object));
     }
     HRESULT SignalWriteCompletion() override { return enter("SignalWriteCompletion"); }
 
@@ -82,94 +93,62 @@ public:
         return {std::vector<std::uint8_t>(m_bytes.begin(), m_bytes.begin() + m_size), m_timeStamp};
     }
 
-protected:
+private:
     template <class... Values>
     HRESULT enter(const char* call, const Values&... values) {
         CallLog::instance().recordCall(m_name + "." + call, values...);
         return m_sink.resultOf(call);
     }
-    void lend(std::uint8_t*& buffer, std::uint32_t& capacity) {
-        buffer = m_sink.script.lendsNoAddress ? nullptr : m_bytes.data();
-        capacity = static_cast<std::uint32_t>(m_bytes.size());
+    HRESULT lend(HRESULT result, std::uint8_t*& buffer, std::uint32_t& capacity) {
+        if (result >= 0) {
+            buffer = m_sink.script.lendsNoAddress ? nullptr : m_bytes.data();
+            capacity = static_cast<std::uint32_t>(m_bytes.size());
+        }
+        return result;
     }
 
-private:
     RecordingSink& m_sink;
     std::string m_name;
     std::uint32_t m_size;
     std::vector<std::uint8_t> m_bytes;
     std::uint64_t m_timeStamp = 0;
-};
-
-class RecordingVideoSink::Surface final : public Lent<IKvSurface> {
-public:
-    Surface(RecordingVideoSink& sink, std::uint32_t size) : Lent(sink, "surface", size) {}
-
-    HRESULT Lock(std::uint32_t first, EKvFaceType face, SKvLockedSurfaceDescription* description) override {
-        const bool used = description->m_size != 32 || description->m_bufferCapacity != 0 ||
-                          description->m_buffer != nullptr;
-        const HRESULT result = used ? enter("Lock", "a used record") : enter("Lock", first, face);
-        if (result >= 0) {
-            lend(description->m_buffer, description->m_bufferCapacity);
-        }
-        return result;
-    }
-};
-
-HRESULT RecordingVideoSink::ProvideVideoSurface(std::uint32_t bufferSizeToAskFor, IKvSurface** surface) {
-    CallLog::instance().recordCall("ProvideVideoSurface", bufferSizeToAskFor);
-    const HRESULT result = resultOf("ProvideVideoSurface");
-    if (result >= 0 && !script.lendsNothing) {
-        *surface = new Surface(*this, bufferSizeToAskFor);
-    }
-    return result;
-}
-
-HRESULT RecordingVideoSink::DeliverVideoSurface(IKvSurface* surface) {
-    const auto* filled = static_cast<Surface*>(surface);
-    keep(filled->unit());
-    CallLog::instance().recordCall("DeliverVideoSurface", filled->name());
-    return resultOf("DeliverVideoSurface");
-}
-
-class RecordingAudioSink::Samples final : public Lent<IKvAudioSamples> {
-public:
-    Samples(RecordingAudioSink& sink, std::uint32_t size) : Lent(sink, "samples", size) {}
-
-    HRESULT AttachCustomObject(REFIID iid, IUnknown* object) override {
-        m_attached = object;
-        const bool expected = iid == IID_IKvAACCodecConfigDataAccess;
-        return enter("AttachCustomObject", expected ? "IKvAACCodecConfigDataAccess" : "another interface",
-                     RecordingCodecConfiguration::nameOf(object));
-    }
-    HRESULT GetBufferAndLength(std::uint8_t** buffer, std::uint32_t* length) override {
-        const bool used = *buffer != nullptr || *length != 0;
-        const HRESULT result =
-            used ? enter("GetBufferAndLength", "used variables") : enter("GetBufferAndLength");
-        if (result >= 0) {
-            lend(*buffer, *length);
-        }
-        return result;
-    }
-
-private:
     TKvSmartPtr<IUnknown> m_attached;
 };
 
-HRESULT RecordingAudioSink::ProvideAudioSamples(std::uint32_t bufferSizeToAskFor, IKvAudioSamples** samples) {
-    CallLog::instance().recordCall("ProvideAudioSamples", bufferSizeToAskFor);
-    const HRESULT result = resultOf("ProvideAudioSamples");
+template <class Interface>
+HRESULT RecordingSink::provide(const std::string& call, const char* kind, std::uint32_t size,
+                               Interface** lent) {
+    CallLog::instance().recordCall(call, size);
+    const HRESULT result = resultOf(call);
     if (result >= 0 && !script.lendsNothing) {
-        *samples = new Samples(*this, bufferSizeToAskFor);
+        *lent = new Lent(*this, kind, size);
     }
     return result;
 }
 
-HRESULT RecordingAudioSink::DeliverAudioSamples(IKvAudioSamples* samples) {
-    const auto* filled = static_cast<Samples*>(samples);
-    keep(filled->unit());
-    CallLog::instance().recordCall("DeliverAudioSamples", filled->name());
-    return resultOf("DeliverAudioSamples");
+HRESULT RecordingSink::deliver(const std::string& call, const Lent& lent) {
+    {
+        const std::lock_guard lock(m_lock);
+        m_delivered.push_back(lent.unit());
+    }
+    CallLog::instance().recordCall(call, lent.name());
+    return resultOf(call);
+}
+
+HRESULT RecordingSink::ProvideVideoSurface(std::uint32_t bufferSizeToAskFor, IKvSurface** surface) {
+    return provide("ProvideVideoSurface", "surface", bufferSizeToAskFor, surface);
+}
+
+HRESULT RecordingSink::DeliverVideoSurface(IKvSurface* surface) {
+    return deliver("DeliverVideoSurface", *static_cast<Lent*>(surface));
+}
+
+HRESULT RecordingSink::ProvideAudioSamples(std::uint32_t bufferSizeToAskFor, IKvAudioSamples** samples) {
+    return provide("ProvideAudioSamples", "samples", bufferSizeToAskFor, samples);
+}
+
+HRESULT RecordingSink::DeliverAudioSamples(IKvAudioSamples* samples) {
+    return deliver("DeliverAudioSamples", *static_cast<Lent*>(samples));
 }
 
 namespace {

@@ -37,63 +37,43 @@ struct DeliveredUnit {
     friend std::ostream& operator<<(std::ostream& stream, const DeliveredUnit& unit);
 };
 
-// What the recording sinks have in common: each call goes into the CallLog, a copy of what was delivered is
-// kept.
-class RecordingSink {
+// A video and an audio sink: each call goes into the CallLog, a copy of what was delivered is kept. Buffers
+// are named surface1 or samples1, ... in the order in which they were lent; each keeps a reference on what
+// was attached to it, and its end is recorded as "surface1 ended".
+class RecordingSink final : public StaticTestObject<IKvVideoCallback, IKvAudioCallback> {
 public:
-    HostScript script;
-    // Runs inside the named call, after it was recorded; set before the module runs.
-    std::function<void(const std::string& call)> onCall;
+    HRESULT ProvideVideoSurface(std::uint32_t bufferSizeToAskFor, IKvSurface** surface) override;
+    HRESULT DeliverVideoSurface(IKvSurface* surface) override;
+    HRESULT ProvideAudioSamples(std::uint32_t bufferSizeToAskFor, IKvAudioSamples** samples) override;
+    HRESULT DeliverAudioSamples(IKvAudioSamples* samples) override;
+    HRESULT NotifyStatus(HRESULT status) override;
 
     std::vector<DeliveredUnit> takeDelivered();
     std::vector<HRESULT> takeStatuses();
     // Buffers lent and not yet released by everyone.
     [[nodiscard]] int liveBuffers() const { return m_liveBuffers; }
-
     // Waits up to 30 s for a status; false when it did not come.
     [[nodiscard]] bool waitForStatus(HRESULT status);
 
-protected:
+    HostScript script;
+    // Runs inside the named call, after it was recorded; set before the module runs.
+    std::function<void(const std::string& call)> onCall;
+
+private:
+    class Lent;
+
     // Runs onCall, and returns the scripted result of `call`.
     HRESULT resultOf(const std::string& call);
-    HRESULT enterStatus(HRESULT status);
-    void keep(DeliveredUnit unit);
-
     template <class Interface>
-    class Lent;
+    HRESULT provide(const std::string& call, const char* kind, std::uint32_t size, Interface** lent);
+    HRESULT deliver(const std::string& call, const Lent& lent);
 
     std::atomic<int> m_bufferNumber{0};
     std::atomic<int> m_liveBuffers{0};
-
-private:
     std::mutex m_lock;
     std::condition_variable m_changed;
     std::vector<DeliveredUnit> m_delivered;
     std::vector<HRESULT> m_statuses;
-};
-
-// A video sink. Surfaces are named surface1, surface2, ... in the order in which they were lent; the end of
-// one is recorded as "surface1 ended".
-class RecordingVideoSink : public StaticTestObject<IKvVideoCallback>, public RecordingSink {
-public:
-    HRESULT ProvideVideoSurface(std::uint32_t bufferSizeToAskFor, IKvSurface** surface) override;
-    HRESULT DeliverVideoSurface(IKvSurface* surface) override;
-    HRESULT NotifyStatus(HRESULT status) override { return enterStatus(status); }
-
-private:
-    class Surface;
-};
-
-// An audio sink. Buffers are named samples1, samples2, ... in the order in which they were lent; each keeps a
-// reference on what was attached to it. The end of one is recorded as "samples1 ended".
-class RecordingAudioSink : public StaticTestObject<IKvAudioCallback>, public RecordingSink {
-public:
-    HRESULT ProvideAudioSamples(std::uint32_t bufferSizeToAskFor, IKvAudioSamples** samples) override;
-    HRESULT DeliverAudioSamples(IKvAudioSamples* samples) override;
-    HRESULT NotifyStatus(HRESULT status) override { return enterStatus(status); }
-
-private:
-    class Samples;
 };
 
 // The detector: records each stream as the host learns of it, for example

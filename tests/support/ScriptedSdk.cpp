@@ -38,6 +38,7 @@ struct State {
     int runningThreads = 0;
     ScriptedSdk::Remains remains;
     void* lastReceiver = nullptr;
+    INetStreamCreator* lastCreator = nullptr;
 };
 
 // Never destroyed: a client's thread may outlive main.
@@ -204,7 +205,6 @@ public:
 
     // With the lock held.
     [[nodiscard]] const std::vector<IMediaConsumer*>& consumers() const { return m_consumers; }
-    [[nodiscard]] INetStreamCreator& creator() const { return *m_creator; }
     void addThreads(int threads) {
         m_threads += threads;
         state().runningThreads += threads;
@@ -293,6 +293,7 @@ SdkNetworkClient* CreateNetworkClient(INetStreamCreator* creator, const SdkClien
     record("CreateNetworkClient", creator != nullptr ? "creator" : "null",
            zeros && settings->receiver != nullptr ? "receiver" : "wrong settings");
     state().lastReceiver = settings->receiver;
+    state().lastCreator = creator;
     return statusOf("CreateNetworkClient") == 0 ? new Client(creator) : nullptr;
 }
 }
@@ -334,6 +335,11 @@ void* lastReceiver() {
     return state().lastReceiver;
 }
 
+INetStreamCreator& lastCreator() {
+    const Locked locked;
+    return *state().lastCreator;
+}
+
 std::vector<IMediaConsumer*> consumers() {
     const Locked locked;
     return state().clients.empty() ? std::vector<IMediaConsumer*>{} : state().clients.back()->consumers();
@@ -351,17 +357,6 @@ void runOnClientThread(std::function<void()> callback) {
         const Locked ended;
         client->addThreads(-1);
     }).detach();
-}
-
-void announceOnClientThread(Announcement announcement) {
-    runOnClientThread([announcement = std::move(announcement)] {
-        INetStreamCreator* creator = nullptr;
-        {
-            const Locked locked;
-            creator = &state().clients.back()->creator();
-        }
-        static_cast<void>(announce(*creator, announcement));
-    });
 }
 
 bool waitForClientThreads() {

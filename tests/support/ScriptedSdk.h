@@ -49,16 +49,15 @@ struct Remains {
 };
 [[nodiscard]] Remains remains();
 
-// What the last client was given as its receiver.
+// What the newest client was given as its receiver, and its creator.
 [[nodiscard]] void* lastReceiver();
+[[nodiscard]] MainConcept::NetworkStreaming::INetStreamCreator& lastCreator();
 // The consumers that the newest client got from its creator.
 [[nodiscard]] std::vector<MainConcept::NetworkStreaming::IMediaConsumer*> consumers();
 
 // Runs `callback` on a thread of the newest client. The client's Stop and Shutdown wait for it, as those of a
 // real client wait for the delivery under way.
 void runOnClientThread(std::function<void()> callback);
-// Announces one more stream of the newest client, from a thread of it.
-void announceOnClientThread(Announcement announcement);
 // Waits up to 30 s until no such thread is left; false when one is.
 [[nodiscard]] bool waitForClientThreads();
 

@@ -4,14 +4,12 @@
 
 #include "PlatformCom.h"
 
-// A reference-counted test object with one interface: born with one reference, answers IUnknown and `iid`,
-// deletes itself when the last reference goes.
-template <class Interface>
-class TestObject : public Interface {
+// A reference-counted test object: born with one reference, answers IUnknown and `iid` by its first
+// interface, deletes itself when the last reference goes.
+template <class Interface, class... Others>
+class TestObject : public Interface, public Others... {
 public:
     explicit TestObject(const IID& iid = IID_IUnknown) : m_iid(iid) {}
-    TestObject(const TestObject&) = delete;
-    TestObject& operator=(const TestObject&) = delete;
     virtual ~TestObject() = default;
 
     HRESULT QueryInterface(REFIID iid, void** object) override {
@@ -35,12 +33,9 @@ private:
 };
 
 // A test object that lives on the stack or in a fixture: counted, never deleted.
-template <class Interface>
-class StaticTestObject : public Interface {
+template <class... Interfaces>
+class StaticTestObject : public Interfaces... {
 public:
-    StaticTestObject() = default;
-    StaticTestObject(const StaticTestObject&) = delete;
-    StaticTestObject& operator=(const StaticTestObject&) = delete;
     virtual ~StaticTestObject() = default;
 
     HRESULT QueryInterface(REFIID, void** object) override {
