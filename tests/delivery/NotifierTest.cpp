@@ -128,7 +128,7 @@ void arrange(HostScript& script, const Failure& failure) {
     script.fail(failure.what, kvResult(0x80070005), 2, failure.skip);
 }
 
-class NotifierTest : public NotifierFixture, public testing::WithParamInterface<const Kind*> {
+class NotifierTest : public NotifierFixture, public testing::WithParamInterface<std::size_t> {
 protected:
     NotifierTest() {
         m_notifier = kind().make(&m_sink);
@@ -136,7 +136,7 @@ protected:
     }
     ~NotifierTest() override { m_notifier.reset(); }
 
-    static const Kind& kind() { return *GetParam(); }
+    static const Kind& kind() { return kKinds[GetParam()]; }
 
     std::vector<Bytes> m_pieces = kind().pieces;
     const AccessUnit m_unit = unitOver(m_pieces);
@@ -233,8 +233,8 @@ TEST_P(NotifierTest, ANullSinkIsRefusedBeforeAnythingElse) {
     EXPECT_EQ(RecordingLogger::takeLines(true), Lines{});
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, NotifierTest, testing::Values(&kKinds[0], &kKinds[1], &kKinds[2], &kKinds[3]),
-                         [](const auto& test) { return std::string(test.param->name); });
+INSTANTIATE_TEST_SUITE_P(Kinds, NotifierTest, testing::Range(std::size_t{0}, std::size(kKinds)),
+                         [](const auto& test) { return std::string(kKinds[test.param].name); });
 
 class NotifierLife : public NotifierFixture {
 protected:

@@ -42,9 +42,9 @@ void onClientSide(Action action) {
     }
 }
 
-class ReceiverFault : public ReceiverFixture, public testing::WithParamInterface<const ReceiverKind*> {
+class ReceiverFault : public ReceiverFixture, public testing::WithParamInterface<std::size_t> {
 protected:
-    static const ReceiverKind& kind() { return *GetParam(); }
+    static const ReceiverKind& kind() { return kReceiverKinds.at(GetParam()); }
 
     // Activity and data on the stream, then its end, unless the worker that follows would be in the way.
     void feed() {
@@ -215,7 +215,7 @@ TEST_P(ReceiverFault, EveryPlatformCall) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, ReceiverFault, testing::Values(&kRtsp, &kRtmp, &kRtp, &kTsOverUdp),
-                         [](const auto& test) { return std::string(test.param->name); });
+INSTANTIATE_TEST_SUITE_P(Kinds, ReceiverFault, testing::Range(std::size_t{0}, kReceiverKinds.size()),
+                         [](const auto& test) { return std::string(kReceiverKinds.at(test.param).name); });
 
 } // namespace
