@@ -53,5 +53,5 @@ std::optional<std::int64_t> CallScript::failureOf(const std::string& call) {
 
 bool CallScript::isPending(const std::string& call) {
     const std::lock_guard lock(m_lock);
-    return m_failures.count(call) != 0;
+    return m_failures.contains(call);
 }
