@@ -13,9 +13,6 @@ using namespace KorvelVideo::Network;
 
 namespace {
 
-// Exact heap buffers, so that the address sanitizer sees every byte beyond them.
-BitReader readerOver(const Bytes& bytes) { return {bytes.data(), static_cast<std::int32_t>(bytes.size())}; }
-
 TEST(BitReader, Peeks) {
     const Bytes digits = {0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF, 0x0F};
     constexpr bool rbsp = true; // over emulation prevention

@@ -6,6 +6,13 @@
 #include <string>
 #include <vector>
 
+#include "BitReader.h"
+
+// Over exact heap buffers, so that the address sanitizer sees every byte beyond them.
+inline KorvelVideo::Network::BitReader readerOver(const std::vector<std::uint8_t>& bytes) {
+    return {bytes.data(), static_cast<std::int32_t>(bytes.size())};
+}
+
 // Writes bits, most significant first, for hand-made streams.
 class BitWriter {
 public:

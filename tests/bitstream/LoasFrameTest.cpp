@@ -11,8 +11,6 @@ using namespace KorvelVideo::Network;
 
 namespace {
 
-BitReader readerOver(const Bytes& bytes) { return {bytes.data(), static_cast<std::int32_t>(bytes.size())}; }
-
 // Streams of two encoders, against the access units that were wrapped.
 class RealLoas : public testing::TestWithParam<std::string> {
 protected:
