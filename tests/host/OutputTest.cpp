@@ -194,6 +194,21 @@ TEST_F(Writer, WritesEverythingInOrderAndNeverOverAnotherFile) {
     EXPECT_FALSE(writer.hasFailed());
 }
 
+TEST_F(Writer, PictureFilesBeginWhereDecodingCan) {
+    using namespace std::literals;
+    OutputFile& file = writer.create("picture", ".h264", Framing::annexB);
+    for (const std::string_view unit : {"\0\0\0\1\x41p\0\0\1\x67"sv, "\0\0\1"sv, ""sv, "\0\0\1\x09"sv}) {
+        push(file, unit);
+    }
+    const std::string first = "\0\0\0\1\x09\xF0\0\0\1\x67s\0\0\1\x65"s;
+    const std::string second = "\0\0\1\x41p"s;
+    push(file, first);
+    push(file, second);
+    writer.close();
+    EXPECT_EQ(folder.read("picture.h264"), first + second);
+    EXPECT_EQ(file.lostUnits(), 0U);
+}
+
 TEST_F(Writer, SaysWhatCannotBeCreated) {
     try {
         OutputWriter("/nonexistent").create("stream1", ".ts", Framing::none);
