@@ -32,7 +32,7 @@ std::string asValue(const Value& value) {
 
 // names: "r.first, part.second", of the values in this order; they become "first" and "part.second".
 template <typename... Values>
-void add(Elements& elements, std::string names, const Values&... values) {
+void add(Elements& elements, const std::string& names, const Values&... values) {
     std::istringstream words(names);
     const auto next = [&] {
         std::string name;
@@ -48,10 +48,11 @@ void add(Elements& elements, std::string names, const Values&... values) {
 inline void addHrd(Elements& to, const H264HrdParameters& r) {
     KV_ADD(to, r.cpb_cnt_minus1, r.bit_rate_scale, r.cpb_size_scale);
     for (std::uint32_t i = 0; i <= r.cpb_cnt_minus1; ++i) {
-        const std::string index = "[" + std::to_string(i) + "]";
-        add(to, "bit_rate_value_minus1" + index, r.bit_rate_value_minus1[i]);
-        add(to, "cpb_size_value_minus1" + index, r.cpb_size_value_minus1[i]);
-        add(to, "cbr_flag" + index + " BitRate" + index, r.cbr_flag[i], r.BitRate[i]);
+        const std::string element = "[" + std::to_string(i) + "]";
+        to.emplace_back("bit_rate_value_minus1" + element, asValue(r.bit_rate_value_minus1[i]));
+        to.emplace_back("cpb_size_value_minus1" + element, asValue(r.cpb_size_value_minus1[i]));
+        to.emplace_back("cbr_flag" + element, asValue(r.cbr_flag[i]));
+        to.emplace_back("BitRate" + element, asValue(r.BitRate[i]));
     }
 }
 
@@ -185,7 +186,9 @@ inline Elements elementsOf(const StreamMuxConfig& r) {
 inline std::string asText(const Elements& elements) {
     std::string text;
     for (const auto& [name, value] : elements) {
-        text += value == "0" ? "" : name + "=" + value + "\n";
+        if (value != "0") {
+            text.append(name).append("=").append(value).append("\n");
+        }
     }
     return text;
 }

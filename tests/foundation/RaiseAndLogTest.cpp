@@ -16,8 +16,15 @@ namespace {
 
 int g_evaluations = 0;
 
-HRESULT answer(std::uint32_t code) { return ++g_evaluations, kvResult(code); }
-std::uint32_t sdkCall(int status) { return ++g_evaluations, static_cast<std::uint32_t>(status); }
+HRESULT answer(std::uint32_t code) {
+    ++g_evaluations;
+    return kvResult(code);
+}
+
+std::uint32_t sdkCall(int status) {
+    ++g_evaluations;
+    return static_cast<std::uint32_t>(status);
+}
 
 struct Raiser {
     static void byName() { KV_THROW(KV_E_INVALID_POINTER); }

@@ -31,7 +31,7 @@ public:
 // A class object and its objects in one: counts references, and answers every creation with itself.
 struct CountingClass final : StaticTestObject<IClassFactory> {
     HRESULT QueryInterface(REFIID /*iid*/, void** object) override {
-        *object = this;
+        *object = static_cast<IClassFactory*>(this);
         AddRef();
         return S_OK;
     }
