@@ -144,7 +144,7 @@ TEST_F(Registry, DeletesKeysWithoutSubkeys) {
 TEST_F(Registry, QueryTellsTheSizeAndClosedKeysAreRefused) {
     EXPECT_EQ(RegSetValueW(HKEY_CLASSES_ROOT, L"A", REG_SZ, L"text", 0), success);
     const Key key(L"A");
-    const HKEY closed = Key(L"A").handle;
+    HKEY closed = Key(L"A").handle;
     EXPECT_EQ(RegCloseKey(closed), LSTATUS{ERROR_INVALID_HANDLE});
     wchar_t text[5];
     DWORD bytes = 0;
