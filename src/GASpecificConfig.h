@@ -10,8 +10,8 @@ namespace KorvelVideo::Network {
 // Decoder configuration of the AAC family: ISO/IEC 14496-3, 4.4.1. Fields bear the standard's names; what is
 // not read is 0 or empty. Nothing is validated, missing bits read as 0.
 //
-// Bounds: constant. A program_config_element has at most 15 elements of each kind and 255 comment bytes, so less than
-// 2 kB of memory.
+// Bounds: constant. A program_config_element has at most 15 elements of each kind and 255 comment bytes, so
+// less than 2 kB of memory.
 
 // program_config_element( ), 4.4.1.1.
 struct ProgramConfigElement {

@@ -1,185 +1,142 @@
-#include "LoasFrame.h"
-
 #include <gtest/gtest.h>
 
-#include <numeric>
+#include <algorithm>
 #include <string>
 
 #include "BitWriter.h"
+#include "LoasFrame.h"
 #include "TestData.h"
 
 using namespace KorvelVideo::Network;
 
 namespace {
 
-BitReader readerOver(const Bytes& bytes) { return {bytes.data(), static_cast<std::int32_t>(bytes.size())}; }
-
-struct Extracted {
-    LoasFrame frame;
-    Bytes payload; // what was written
+// Streams of two encoders, against the access units that were wrapped.
+class RealLoas : public testing::TestWithParam<std::string> {
+protected:
+    const std::vector<Bytes> frames = splitLoasFrames(readBytes("loas/" + GetParam() + ".loas"));
+    const std::multimap<std::string, std::string> expected = readExpected("loas/" + GetParam() + ".expected");
 };
 
-// Into a heap buffer of just the capacity; measures as well and expects the same count where the capacity
-// allows.
-Extracted extract(const Bytes& bytes, std::uint32_t capacity, const LatmConfigState& state = {}) {
-    Bytes output(capacity, 0xEE);
-    LoasFrame frame = parseLoasFrame(readerOver(bytes), output.data(), capacity, state);
-    const auto measured = static_cast<std::uint32_t>(measureLoasFrame(readerOver(bytes), state));
-    EXPECT_EQ(frame.audioMuxElement.payloadByteCount, std::min(measured, capacity));
-    EXPECT_EQ(frame.audioMuxElement.payload,
-              frame.audioMuxElement.muxConfig.audioMuxVersionA == 0 ? output.data() : nullptr);
-    EXPECT_TRUE(std::all_of(output.begin() + frame.audioMuxElement.payloadByteCount, output.end(),
-                            [](std::uint8_t byte) { return byte == 0xEE; }));
-    output.resize(frame.audioMuxElement.payloadByteCount);
-    return {std::move(frame), std::move(output)};
+TEST_P(RealLoas, PayloadIsWhatTheEncoderMade) {
+    const Bytes accessUnits = readBytes("loas/" + GetParam() + ".aac");
+    auto size = expected.lower_bound("size");
+    Bytes payload(accessUnits.size());
+    std::uint32_t written = 0;
+    ASSERT_EQ(frames.size(), expected.count("size"));
+    for (const Bytes& frame : frames) {
+        ASSERT_TRUE(isLoasFrame(readerOver(frame)));
+        EXPECT_EQ(measureLoasFrame(readerOver(frame), {}), std::stoi((size++)->second));
+        const auto room = static_cast<std::uint32_t>(payload.size()) - written;
+        const LoasFrame parsed = parseLoasFrame(readerOver(frame), payload.data() + written, room, {});
+        EXPECT_EQ(parsed.frameByteLength, frame.size());
+        written += parsed.audioMuxElement.payloadByteCount;
+    }
+    EXPECT_EQ(written, accessUnits.size());
+    EXPECT_EQ(payload, accessUnits);
 }
 
-const Bytes c_plainFrame = {0x56, 0xE0, 0x0B, 0x20, 0x00, 0x11, 0x90,
-                            0x1F, 0xE0, 0x20, 0x89, 0x11, 0x9A, 0x20};
-
-const std::string c_header = "01010110111 0000000000000 "; // the length is not looked at
-const std::string c_lowComplexity = "00010 0011 0010 000 ";
-
-Bytes run(std::uint8_t first, std::size_t count) {
-    Bytes bytes(count);
-    std::iota(bytes.begin(), bytes.end(), first);
-    return bytes;
+TEST_P(RealLoas, Configuration) {
+    const LoasFrame parsed = parseLoasFrame(readerOver(frames.at(0)), nullptr, 0, {});
+    const AudioSpecificConfig& config = parsed.audioMuxElement.muxConfig.programs.at(0).layers.at(0).config;
+    EXPECT_EQ(config.samplingFrequency, std::stoul(expected.find("sample_rate")->second));
+    EXPECT_EQ(config.audioObjectType, std::stoul(expected.find("profile")->second) + 1);
+    const ProgramConfigElement& program = config.gaConfig.programConfig;
+    std::uint32_t channels = config.channelConfiguration == 7 ? 8 : config.channelConfiguration;
+    if (config.channelConfiguration == 0) {
+        channels = program.num_front_channel_elements + program.num_side_channel_elements +
+                   program.num_back_channel_elements + program.num_lfe_channel_elements;
+        for (const auto* pairs :
+             {&program.front_element_is_cpe, &program.side_element_is_cpe, &program.back_element_is_cpe}) {
+            channels += static_cast<std::uint32_t>(std::count(pairs->begin(), pairs->end(), 1U));
+        }
+        EXPECT_EQ(
+            std::string(program.comment_field_data.begin(), program.comment_field_data.end()).substr(0, 4),
+            "Lavc");
+    }
+    EXPECT_EQ(channels, std::stoul(expected.find("channels")->second));
 }
+
+// Whatever arrives of a frame: both passes agree, nothing is written behind the capacity or read behind the
+// end (exact heap buffers under the address sanitizer), and the payload that did arrive is there.
+TEST_P(RealLoas, CutAtEveryByte) {
+    const Bytes& frame = frames.at(frames.size() / 2);
+    Bytes whole(frame.size());
+    whole.resize(parseLoasFrame(readerOver(frame), whole.data(), static_cast<std::uint32_t>(whole.size()), {})
+                     .audioMuxElement.payloadByteCount);
+    for (std::size_t size = 0; size < frame.size(); ++size) {
+        const Bytes cut(frame.begin(), frame.begin() + static_cast<std::ptrdiff_t>(size));
+        const std::int32_t measured = measureLoasFrame(readerOver(cut), {});
+        ASSERT_GE(measured, 0);
+        ASSERT_LE(measured, static_cast<std::int32_t>(size) + 8191);
+        Bytes output(static_cast<std::size_t>(measured));
+        const LoasFrame parsed =
+            parseLoasFrame(readerOver(cut), output.data(), static_cast<std::uint32_t>(output.size()), {});
+        ASSERT_EQ(parsed.audioMuxElement.payloadByteCount, output.size());
+        if (output.size() == whole.size()) { // the lengths arrived
+            const std::size_t framing = frame.size() - whole.size() + 1;
+            const auto arrived = static_cast<std::ptrdiff_t>(size > framing ? size - framing : 0);
+            ASSERT_TRUE(std::equal(output.begin(), output.begin() + arrived, whole.begin())) << size;
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Encoders, RealLoas, testing::ValuesIn(listCases("loas", ".loas")), nameOfFile);
 
 TEST(LoasFrame, SyncWord) {
-    EXPECT_TRUE(isLoasFrame(readerOver(c_plainFrame)));
-    EXPECT_TRUE(isLoasFrame(readerOver({0x56, 0xFF})));
-    EXPECT_FALSE(isLoasFrame(readerOver({0x56, 0xC0})));
-    EXPECT_FALSE(isLoasFrame(readerOver({0x56})));
-    EXPECT_FALSE(isLoasFrame(readerOver({})));
-}
-
-TEST(LoasFrame, PlainFrame) {
-    const Extracted plain = extract(c_plainFrame, 100);
-    EXPECT_EQ(plain.payload, (Bytes{0x11, 0x22, 0x33, 0x44}));
-    EXPECT_EQ(plain.frame.syncWord, 0x2B7U);
-    EXPECT_EQ(plain.frame.frameByteLength, 14U);
-    EXPECT_EQ(plain.frame.audioMuxElement.useSameStreamMux, 0U);
-    EXPECT_EQ(plain.frame.audioMuxElement.muxConfig.programs.at(0).layers.at(0).config.samplingFrequency,
-              48000U);
-}
-
-TEST(LoasFrame, CapacityIsNeverExceeded) {
-    EXPECT_EQ(extract(c_plainFrame, 2).payload, (Bytes{0x11, 0x22}));
-    EXPECT_EQ(extract(c_plainFrame, 0).payload, Bytes());
-    // A capacity beyond 2^31 is as good as 2^31 - 1.
-    Bytes output(4);
-    EXPECT_EQ(parseLoasFrame(readerOver(c_plainFrame), output.data(), 0xFFFFFFFF, {})
-                  .audioMuxElement.payloadByteCount,
-              4U);
-}
-
-TEST(LoasFrame, OfASyntaxToComeHasNoPayload) {
-    EXPECT_EQ(extract(BitWriter(c_header + "0 1 1 11111111 1111").data(), 10).payload, Bytes());
-}
-
-TEST(LoasFrame, SubFrames) {
-    BitWriter bits(c_header + "0 0 1 000001 0000 000 " + c_lowComplexity + "000 11111111 0 0 ");
-    bits.u(4, 8).bytes(run(1, 4)).u(6, 8).bytes(run(5, 6));
-    EXPECT_EQ(extract(bits.data(), 100).payload, run(1, 10));
-    EXPECT_EQ(extract(bits.data(), 7).payload, run(1, 7));
-}
-
-// Lengths of all layers come first, those of frame length types 3, 5 and 7 in two bits and without payload
-// here.
-TEST(LoasFrame, ProgramsAndLayersAreReadInOrder) {
-    BitWriter bits(c_header +
-                   "0 0 1 000000 0001 " // two programs
-                   "010 " +
-                   c_lowComplexity +
-                   "000 11111111 "                 // three layers: type 0,
-                   "1 101 000000 1 001 000000000 " // types 5 and 1
-                   "001 1 111 0 1 000 00000000 "   // two layers: types 7, 0
-                   "0 0 ");
-    bits.u(3, 8).bits("11").bits("10").u(5, 8).bytes(run(1, 8));
-    EXPECT_EQ(extract(bits.data(), 100).payload, run(1, 8));
-}
-
-TEST(LoasFrame, EscapedLengths) {
-    const std::string start = c_header + "1 "; // no configuration, and none in the state
-    EXPECT_EQ(extract(BitWriter(start).bytes({255, 255, 10}).bytes(run(0, 520)).data(), 600).payload,
-              run(0, 520));
-    // A 255 at the end of the buffer ends the length there; what did not arrive is 0.
-    EXPECT_EQ(extract(BitWriter(start).bytes({255}).data(), 600).payload, Bytes(255));
-    LatmConfigState state;
-    EXPECT_EQ(extract(BitWriter(start).bytes({3, 7, 8, 9}).data(), 10, state).payload, (Bytes{7, 8, 9}));
-    // Cut within the last byte, whose 7 bits are left.
-    Bytes cut = BitWriter(start).bytes({3, 0xFF, 0xFF, 0xFF}).data();
-    cut.pop_back();
-    EXPECT_EQ(extract(cut, 10).payload, (Bytes{0xFF, 0xFF, 0x7F}));
+    const Bytes synchronised = {0x56, 0xFF};
+    const Bytes other = {0x56, 0xC0};
+    const Bytes cut = {0x56};
+    EXPECT_TRUE(isLoasFrame(readerOver(synchronised)));
+    EXPECT_FALSE(isLoasFrame(readerOver(other)));
+    EXPECT_FALSE(isLoasFrame(readerOver(cut)));
 }
 
 TEST(LoasFrame, UseSameStreamMuxTakesTheConfigurationOfTheState) {
+    const Bytes config = BitWriter("0 1 000001 0000 000 00010 0011 0010 000 000 xFF 0 0").data();
+    BitReader reader = readerOver(config);
     LatmConfigState state;
-    state.muxConfig = parseLoasFrame(readerOver(c_plainFrame), nullptr, 0, {}).audioMuxElement.muxConfig;
-    state.muxConfig.numSubFrames = 1;
-    const Bytes bytes = BitWriter(c_header + "1 ").u(2, 8).bytes(run(1, 2)).u(1, 8).bytes(run(3, 1)).data();
-    const Extracted extracted = extract(bytes, 10, state);
-    EXPECT_EQ(extracted.payload, run(1, 3));
-    EXPECT_EQ(extracted.frame.audioMuxElement.useSameStreamMux, 1U);
-    EXPECT_EQ(extracted.frame.audioMuxElement.muxConfig, state.muxConfig);
+    state.muxConfig = parseStreamMuxConfig(reader, {}); // two sub-frames
+    const Bytes bytes = BitWriter("x56E000 1 x02 x0102 x01 x03").data();
+    Bytes payload(3);
+    EXPECT_EQ(measureLoasFrame(readerOver(bytes), state), 3);
+    const AudioMuxElement element =
+        parseLoasFrame(readerOver(bytes), payload.data(), 3, state).audioMuxElement;
+    EXPECT_EQ(payload, (Bytes{1, 2, 3}));
+    EXPECT_EQ(element.useSameStreamMux, 1U);
+    EXPECT_EQ(element.muxConfig, state.muxConfig);
 }
 
-// ISO/IEC 14496-3, 1.7.3.1: numChunk + 1 chunks, each with the number of its stream.
-TEST(LoasFrame, Chunks) {
-    const std::string start = c_header +
-                              "0 0 0 000001 0001 " // two sub-frames, two programs
-                              "000 " +
-                              c_lowComplexity +
-                              "000 11111111 " // stream 0: type 0
-                              "001 0 " +
-                              c_lowComplexity +
-                              "011 000000 "     // stream 1: type 3
-                              "1 000 00000000 " // stream 2: type 0
-                              "0 0 ";
-    BitWriter bits(start);
-    bits.bits("0011"); // four chunks
-    bits.bits("0010")
-        .u(3, 8)
-        .bits("1")
-        .bits("0001 11")
-        .bits("0000")
-        .u(2, 8)
-        .bits("0")
-        .bits("0010")
-        .u(1, 8)
-        .bits("1");
-    bits.bytes(run(1, 6));
-    bits.bits("0001"); // two chunks, the first of a stream that was not announced
-    bits.bits("1111").bits("0000").u(4, 8).bits("1").bytes(run(7, 4));
-    EXPECT_EQ(extract(bits.data(), 100).payload, run(1, 10));
-    EXPECT_EQ(extract(bits.data(), 3).payload, run(1, 3));
+// With useSameConfig, the first layer of a later program takes the configuration of the state.
+TEST(LoasFrame, SameConfigurationFromTheState) {
+    LatmConfigState state;
+    state.currentConfig.audioObjectType = 8;
+    state.muxConfig.allStreamsSameTimeFraming = 0;
+    state.programIndex = 2;
+    state.layerIndex = 1;
+    const Bytes mux = BitWriter("0 1 000000 0001  000 00010 0011 0010 000 010  001 1 010 1 010  0 0").data();
+    BitReader reader = readerOver(mux);
+    const std::vector<LatmLayer> layers = parseStreamMuxConfig(reader, state).programs.at(1).layers;
+    EXPECT_EQ(layers.at(0).config, state.currentConfig);
+    EXPECT_EQ(layers.at(1).config, state.currentConfig);
+
+    const Bytes program = BitWriter("000 1 010").data();
+    reader = readerOver(program);
+    const LatmProgram parsed = parseLatmProgram(reader, state);
+    EXPECT_EQ(parsed.programIndex, 2U);
+    EXPECT_EQ(parsed.layers.at(0).config, state.currentConfig);
+
+    const Bytes scalable = BitWriter("0 00110 1011 0001 000 000 000 00000111 000101").data();
+    reader = readerOver(scalable);
+    const LatmLayer layer = parseLatmLayer(reader, state);
+    EXPECT_EQ(layer.layerIndex, 1U);
+    EXPECT_EQ(layer.coreFrameOffset, 5U); // above CELP
 }
 
-TEST(LoasFrame, OtherDataAndAlignment) {
-    BitWriter bits(c_header + "0 0 1 000000 0000 000 " + c_lowComplexity + "000 11111111 1 0 00001010 0 ");
-    bits.u(1, 8).bytes({0x99}).bits("1100110101").bits("111");
-    const Extracted extracted = extract(bits.data(), 10);
-    EXPECT_EQ(extracted.payload, Bytes{0x99});
-    EXPECT_EQ(extracted.frame.audioMuxElement.otherDataBits,
-              (std::vector<std::uint32_t>{1, 1, 0, 0, 1, 1, 0, 1, 0, 1}));
-    BitReader reader = readerOver(bits.data());
-    Bytes output(10);
-    reader.skipBits(24);
-    EXPECT_EQ(parseAudioMuxElement(reader, output.data(), 10, {}).payloadByteCount, 1U);
-    EXPECT_EQ(reader.bitsConsumed() % 8, 0);
-    EXPECT_EQ(measureAudioMuxElement(reader, {}).payload, nullptr);
-}
-
-TEST(LoasFrame, OtherDataEndsWithTheBuffer) {
-    BitWriter bits(c_header + "0 1 0 00 00000000 1 000000 0000 000 00 00010000 " + c_lowComplexity +
-                   "000 11111111 1 11");
-    bits.u(0xFFFFFFFF, 32).bits("0").u(0, 8).bits("1011");
-    const auto left = extract(bits.data(), 10).frame.audioMuxElement.otherDataBits;
-    EXPECT_GE(left.size(), 4U);
-    EXPECT_LT(left.size(), 12U);
-    EXPECT_EQ((std::vector<std::uint32_t>(left.begin(), left.begin() + 4)),
-              (std::vector<std::uint32_t>{1, 0, 1, 1}));
+TEST(LoasFrame, LatmValues) {
+    const Bytes bytes = BitWriter("10 x800001").data();
+    BitReader reader = readerOver(bytes);
+    EXPECT_EQ(latmGetValue(reader), 0x800001U);
 }
 
 } // namespace

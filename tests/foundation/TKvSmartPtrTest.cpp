@@ -1,6 +1,6 @@
 #include "TKvSmartPtr.h"
 
-#include <string>
+#include <functional>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -12,26 +12,23 @@ namespace {
 using Object = StaticTestObject<IUnknown>;
 using Pointer = TKvSmartPtr<IUnknown>;
 
-template <class Operation>
-std::string misuse(Operation operation) {
-    try {
-        operation();
-    } catch (const CKvSmartPointerException& exception) {
-        return exception.getMessage();
-    }
-    return "nothing thrown";
-}
-
 TEST(TKvSmartPtr, RefusesMisuseWithItsMessage) {
     Object object;
     Pointer empty;
     Pointer full(&object);
-    EXPECT_EQ(misuse([&] { static_cast<void>(*empty); }),
-              "TKvSmartPtr::operator* -> Internal pointer is NULL!");
-    EXPECT_EQ(misuse([&] { static_cast<void>(empty->AddRef()); }),
-              "TKvSmartPtr::operator-> -> Internal pointer is NULL!");
-    EXPECT_EQ(misuse([&] { static_cast<void>(&full); }),
-              "TKvSmartPtr::operator& -> Internal pointer will be overriden!");
+    const std::pair<std::function<void()>, const char*> rows[] = {
+        {[&] { static_cast<void>(*empty); }, "TKvSmartPtr::operator* -> Internal pointer is NULL!"},
+        {[&] { static_cast<void>(empty->AddRef()); }, "TKvSmartPtr::operator-> -> Internal pointer is NULL!"},
+        {[&] { static_cast<void>(&full); }, "TKvSmartPtr::operator& -> Internal pointer will be overriden!"},
+    };
+    for (const auto& [operation, message] : rows) {
+        try {
+            operation();
+            ADD_FAILURE() << "nothing thrown for " << message;
+        } catch (const CKvSmartPointerException& exception) {
+            EXPECT_STREQ(exception.getMessage(), message);
+        }
+    }
     EXPECT_EQ(object.references(), 1U) << "the refused out-parameter leaves the held reference alone";
     EXPECT_EQ(static_cast<IUnknown*>(empty), nullptr);
 }
@@ -66,22 +63,17 @@ TEST(TKvSmartPtr, HoldsOneReferenceThroughEveryOperation) {
 
 TEST(TKvSmartPtr, TakesOverAReferenceFromAnOutParameter) {
     Object object;
-    const auto create = [&object](IUnknown** out) {
-        object.AddRef();
-        *out = &object;
-    };
     {
         Pointer pointer;
-        create(&pointer);
+        EXPECT_TRUE(!pointer && pointer == nullptr);
+        IUnknown** const out = &pointer;
+        object.AddRef();
+        *out = &object;
         EXPECT_EQ(object.references(), 1U);
         EXPECT_TRUE(pointer == &object);
-        EXPECT_FALSE(!pointer);
-        EXPECT_EQ(!pointer, pointer == nullptr);
+        EXPECT_FALSE(!pointer || pointer == nullptr);
     }
     EXPECT_EQ(object.references(), 0U);
-    const Pointer empty;
-    EXPECT_TRUE(!empty);
-    EXPECT_TRUE(empty == nullptr);
 }
 
 } // namespace

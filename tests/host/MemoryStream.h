@@ -7,7 +7,7 @@
 // A stream whose text a test can read.
 class MemoryStream {
 public:
-    MemoryStream() : m_file(open_memstream(&m_text, &m_size)) {}
+    MemoryStream() = default;
     MemoryStream(const MemoryStream&) = delete;
     MemoryStream& operator=(const MemoryStream&) = delete;
     ~MemoryStream() {
@@ -24,5 +24,5 @@ public:
 private:
     char* m_text = nullptr;
     std::size_t m_size = 0;
-    std::FILE* m_file;
+    std::FILE* m_file = open_memstream(&m_text, &m_size);
 };

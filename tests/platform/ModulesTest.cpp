@@ -1,63 +1,40 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <climits>
 #include <filesystem>
 #include <string>
-#include <vector>
 
+#include "PlatformModule.h"
 #include "TestServer.h"
 
 namespace {
 
-class LoadedServer {
-public:
-    LoadedServer() : m_module(LoadLibraryA(KV_TEST_SERVER)) {}
-    ~LoadedServer() { EXPECT_TRUE(FreeLibrary(m_module)); }
-    LoadedServer(const LoadedServer&) = delete;
-    LoadedServer& operator=(const LoadedServer&) = delete;
+using namespace std::string_literals;
 
-    HMODULE module() const noexcept { return m_module; }
-    TestServerState* state() const {
-        const auto function =
-            reinterpret_cast<TestServerStateFunction>(GetProcAddress(m_module, "testServerState"));
-        return function != nullptr ? function() : nullptr;
-    }
+class LoadedServer : public testing::Test {
+protected:
+    ~LoadedServer() override { EXPECT_TRUE(FreeLibrary(server)); }
 
-private:
-    HMODULE m_module;
+    HMODULE server = LoadLibraryA(KV_TEST_SERVER);
 };
 
-TEST(Module, DllMainReceivesTheHandleThatLoadLibraryGives) {
-    const LoadedServer server;
-    ASSERT_NE(server.state(), nullptr);
-    EXPECT_EQ(server.state()->module, server.module());
-    EXPECT_EQ(server.state()->reason, DLL_PROCESS_ATTACH);
-    EXPECT_TRUE(DisableThreadLibraryCalls(server.module()));
-}
-
-TEST(Module, FileNameIsCutToTheCapacity) {
-    const LoadedServer server;
+TEST_F(LoadedServer, FileNameIsCutToTheCapacity) {
     const std::string path = KV_TEST_SERVER;
     const auto length = static_cast<DWORD>(path.size());
     for (const DWORD capacity : {DWORD{1}, DWORD{2}, length - 1, length, length + 1, length + 100}) {
-        std::vector<char> buffer(capacity, 'x');
+        std::string buffer(capacity, 'x');
         SetLastError(ERROR_SUCCESS);
-        const DWORD written = GetModuleFileNameA(server.module(), buffer.data(), capacity);
-        const bool fits = length < capacity;
-        EXPECT_EQ(written, std::min(length, capacity));
-        EXPECT_EQ(GetLastError(), fits ? ERROR_SUCCESS : ERROR_INSUFFICIENT_BUFFER) << capacity;
-        EXPECT_EQ(std::string(buffer.data()), path.substr(0, capacity - 1));
+        EXPECT_EQ(GetModuleFileNameA(server, buffer.data(), capacity), std::min(length, capacity));
+        EXPECT_EQ(GetLastError(), length < capacity ? ERROR_SUCCESS : ERROR_INSUFFICIENT_BUFFER) << capacity;
+        EXPECT_EQ(buffer.substr(0, buffer.find('\0')), path.substr(0, capacity - 1));
     }
-}
-
-TEST(Module, FileNameOfTheProgramAndOfNoModule) {
-    char path[4096];
-    const DWORD length = GetModuleFileNameA(nullptr, path, sizeof path);
-    EXPECT_EQ(std::string(path, length), std::filesystem::read_symlink("/proc/self/exe").string());
-    EXPECT_EQ(GetModuleFileNameA(nullptr, path, 0), 0U);
-    int notAModule = 0;
-    EXPECT_EQ(GetModuleFileNameA(&notAModule, path, sizeof path), 0U);
-    EXPECT_EQ(GetLastError(), ERROR_MOD_NOT_FOUND);
+    char program[4096];
+    const DWORD written = GetModuleFileNameA(nullptr, program, sizeof program);
+    EXPECT_EQ(std::string(program, written), std::filesystem::read_symlink("/proc/self/exe").string());
+    EXPECT_EQ(GetModuleFileNameA(nullptr, program, 0), 0U);
+    EXPECT_EQ(GetModuleFileNameA(&program, program, sizeof program), 0U);
+    EXPECT_EQ(GetLastError(), ERROR_MOD_NOT_FOUND) << "no module";
 }
 
 TEST(Module, LoadedByRelativePathKeepsItsAbsoluteOne) {
@@ -66,24 +43,110 @@ TEST(Module, LoadedByRelativePathKeepsItsAbsoluteOne) {
     std::filesystem::current_path(module.parent_path());
     HMODULE loaded = LoadLibraryA(("./" + module.filename().string()).c_str());
     std::filesystem::current_path("/");
-    ASSERT_NE(loaded, nullptr);
-    char path[4096];
+    char path[4096] = {};
     EXPECT_NE(GetModuleFileNameA(loaded, path, sizeof path), 0U);
     EXPECT_TRUE(std::filesystem::equivalent(path, module)) << path;
     EXPECT_TRUE(FreeLibrary(loaded));
     std::filesystem::current_path(before);
 }
 
-TEST(Module, RefusesWhatIsNotThere) {
+TEST_F(LoadedServer, RefusesWhatIsNotThere) {
     EXPECT_EQ(LoadLibraryA("/nonexistent/library.so"), nullptr);
     EXPECT_EQ(GetLastError(), ERROR_MOD_NOT_FOUND);
     EXPECT_EQ(LoadLibraryA(nullptr), nullptr);
     EXPECT_FALSE(FreeLibrary(nullptr));
     EXPECT_EQ(GetProcAddress(nullptr, "DllGetClassObject"), nullptr);
-    const LoadedServer server;
-    EXPECT_NE(GetProcAddress(server.module(), "DllGetClassObject"), nullptr);
-    EXPECT_EQ(GetProcAddress(server.module(), "DllMain"), nullptr) << "hidden";
-    EXPECT_EQ(GetProcAddress(server.module(), "CoRevokeClassObject"), nullptr) << "of another module";
+    const auto state = reinterpret_cast<TestServerStateFunction>(GetProcAddress(server, "testServerState"));
+    EXPECT_EQ(state()->module, server) << "what DllMain was given";
+    EXPECT_TRUE(DisableThreadLibraryCalls(server));
+    EXPECT_EQ(GetProcAddress(server, "DllMain"), nullptr) << "hidden";
+    EXPECT_EQ(GetProcAddress(server, "CoRevokeClassObject"), nullptr) << "of another module";
+}
+
+TEST(Text, ConvertsBetweenNarrowAndWide) {
+    struct Row {
+        const char* name;
+        std::string narrow;
+        std::wstring wide;
+        bool isReversible;
+    };
+    const Row rows[] = {
+        {"ASCII", "/usr/lib/module.so", L"/usr/lib/module.so", true},
+        {"two, three and four bytes", "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x8E\xA5", L"\u00E9\u20AC\U0001F3A5",
+         true},
+        {"lone continuation", "a\x80z", L"a\uFFFDz", false},
+        {"cut sequence", "a\xE2\x82", L"a\uFFFD\uFFFD", false},
+        {"overlong", "\xC0\xAF", L"\uFFFD\uFFFD", false},
+        {"surrogate", "\xED\xA0\x80", L"\uFFFD\uFFFD\uFFFD", false},
+        {"past the last code point", "\xF4\x90\x80\x80", L"\uFFFD\uFFFD\uFFFD\uFFFD", false},
+        {"terminator inside", "a\0b"s, L"a\0b"s, true},
+    };
+    for (const auto& [name, narrow, wide, isReversible] : rows) {
+        const int narrowLength = static_cast<int>(narrow.size());
+        const int wideLength = static_cast<int>(wide.size());
+        wchar_t widened[64];
+        EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, narrow.data(), narrowLength, nullptr, 0), wideLength)
+            << name;
+        EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, narrow.data(), narrowLength, widened, 64), wideLength)
+            << name;
+        EXPECT_EQ(std::wstring(widened, wide.size()), wide) << name;
+        char back[64];
+        const int length = WideCharToMultiByte(CP_ACP, 0, widened, wideLength, back, 64, nullptr, nullptr);
+        EXPECT_EQ(std::string(back, static_cast<std::size_t>(length)) == narrow, isReversible) << name;
+    }
+    const wchar_t outside[] = {0xD800, static_cast<wchar_t>(0x110000), 0};
+    char narrow[16];
+    EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, outside, -1, narrow, 16, nullptr, nullptr), 7);
+    EXPECT_STREQ(narrow, "\xEF\xBF\xBD\xEF\xBF\xBD");
+}
+
+TEST(Text, ConversionTakesTheTerminatorAndRefusesWhatDoesNotFit) {
+    wchar_t wide[4] = {};
+    EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, "abc", -1, wide, 4), 4);
+    EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, "abcd", -1, wide, 4), 0);
+    EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+    EXPECT_EQ(MultiByteToWideChar(1252, 0, "a", -1, wide, 4), 0);
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(MultiByteToWideChar(CP_ACP, 8, "a", -1, wide, 4), 0) << "flags";
+    EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, nullptr, -1, wide, 4), 0);
+    EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, "a", 0, wide, 4), 0);
+    EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, "a", -2, wide, 4), 0);
+    EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, "a", -1, nullptr, 4), 0);
+    EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, "a", -1, wide, -1), 0);
+}
+
+TEST(Text, FormatsWideText) {
+    const auto formatted = [](auto... arguments) {
+        wchar_t buffer[1024];
+        const int length = wsprintfW(buffer, arguments...);
+        EXPECT_EQ(static_cast<std::size_t>(length), std::wcslen(buffer));
+        return std::wstring(buffer);
+    };
+    EXPECT_EQ(formatted(L"CLSID\\%ls %s", L"{x}", L"text"), L"CLSID\\{x} text");
+    EXPECT_EQ(formatted(L"%d %d", INT_MIN, INT_MAX), L"-2147483648 2147483647");
+    EXPECT_EQ(formatted(L"%u %x 100%% end%", UINT_MAX, 0xBEEFU), L"4294967295 beef 100% end");
+    const std::wstring tooLong(3000, L'a');
+    EXPECT_EQ(formatted(L"x%ls", tooLong.c_str()), L"x" + std::wstring(1022, L'a'));
+}
+
+TEST(Guid, HasABracesForm) {
+    const GUID guid{0x01234567, 0x89AB, 0xCDEF, {0xFE, 0xDC, 0xBA, 0x98, 0x76, 0x54, 0x32, 0x10}};
+    wchar_t text[39];
+    EXPECT_EQ(StringFromGUID2(guid, text, 38), 0);
+    EXPECT_EQ(StringFromGUID2(guid, text, 39), 39);
+    EXPECT_STREQ(text, L"{01234567-89AB-CDEF-FEDC-BA9876543210}");
+    CLSID clsid{};
+    EXPECT_EQ(CLSIDFromString(L"{01234567-89ab-CDEF-fedc-ba9876543210}", &clsid), S_OK);
+    EXPECT_EQ(clsid, guid);
+    for (const wchar_t* other : std::initializer_list<const wchar_t*>{
+             nullptr, L"", L"{", L"{01234567-89AB-CDEF-FEDC-BA9876543210",
+             L"{01234567-89AB-CDEF-FEDC-BA9876543210}x", L"01234567-89AB-CDEF-FEDC-BA9876543210",
+             L"{0123456789AB-CDEF-FEDC-BA9876543210-}", L"{g1234567-89AB-CDEF-FEDC-BA9876543210}"}) {
+        clsid = guid;
+        EXPECT_EQ(CLSIDFromString(other, &clsid), CO_E_CLASSSTRING);
+        EXPECT_EQ(clsid, CLSID{});
+    }
+    EXPECT_EQ(CLSIDFromString(L"{}", nullptr), E_INVALIDARG);
 }
 
 } // namespace

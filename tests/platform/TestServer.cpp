@@ -7,40 +7,9 @@ namespace {
 
 constinit TestServerState g_state;
 
-// Enters COM and makes an object while the module is loaded; leaves while it is unloaded, if by the same
-// thread.
-class MadeAtLoad {
-public:
-    MadeAtLoad() : m_entered(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)) {
-        void* object = nullptr;
-        CoCreateInstance(CLSID_MadeAtLoad, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown, &object);
-        m_object = static_cast<IUnknown*>(object);
-    }
-    ~MadeAtLoad() {
-        if (m_object != nullptr) {
-            m_object->Release();
-        }
-        if (SUCCEEDED(m_entered) && m_thread == GetCurrentThreadId()) {
-            CoUninitialize();
-        }
-    }
-    MadeAtLoad(const MadeAtLoad&) = delete;
-    MadeAtLoad& operator=(const MadeAtLoad&) = delete;
-
-private:
-    const HRESULT m_entered;
-    const DWORD m_thread = GetCurrentThreadId();
-    IUnknown* m_object = nullptr;
-};
-
-const MadeAtLoad g_madeAtLoad;
-
-class Object final : public TestObject<IUnknown> {
-public:
+struct Object final : TestObject<IUnknown> {
     Object() { ++g_state.objects; }
     ~Object() override { --g_state.objects; }
-    Object(const Object&) = delete;
-    Object& operator=(const Object&) = delete;
 };
 
 class Factory final : public StaticTestObject<IClassFactory> {
@@ -52,7 +21,7 @@ public:
     HRESULT CreateInstance(IUnknown* /*outer*/, REFIID iid, void** object) override {
         if (g_state.entered != nullptr) {
             SetEvent(g_state.entered);
-            WaitForSingleObject(g_state.proceed, 10'000);
+            WaitForSingleObject(g_state.proceed, longWait);
         }
         auto* made = new Object;
         const HRESULT result = made->QueryInterface(iid, object);

@@ -9,21 +9,17 @@
 // {0A6A4D0B-3F7B-4C7E-9F55-6F5C3E0B7A01}
 inline constexpr CLSID CLSID_TestServer{
     0x0A6A4D0B, 0x3F7B, 0x4C7E, {0x9F, 0x55, 0x6F, 0x5C, 0x3E, 0x0B, 0x7A, 0x01}};
-// Made by the server's static initialiser, which the tests serve from a registered class object.
-// {0A6A4D0B-3F7B-4C7E-9F55-6F5C3E0B7A02}
-inline constexpr CLSID CLSID_MadeAtLoad{
-    0x0A6A4D0B, 0x3F7B, 0x4C7E, {0x9F, 0x55, 0x6F, 0x5C, 0x3E, 0x0B, 0x7A, 0x02}};
 
 struct TestServerState {
     HMODULE module = nullptr;
-    // What DllMain was last told.
-    std::atomic<DWORD> reason{99};
+    std::atomic<DWORD> reason{99}; // what DllMain was last told
     std::atomic<int> objects{0};
-    // Objects count for DllCanUnloadNow unless this is set.
-    std::atomic<bool> alwaysUnloadable{false};
+    std::atomic<bool> alwaysUnloadable{false}; // DllCanUnloadNow does not look at the objects
     // When set, CreateInstance sets `entered` and waits for `proceed`.
     std::atomic<HANDLE> entered{nullptr};
     std::atomic<HANDLE> proceed{nullptr};
 };
+
+inline constexpr DWORD longWait = 10'000; // milliseconds
 
 using TestServerStateFunction = TestServerState* (*)();

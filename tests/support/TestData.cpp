@@ -46,6 +46,25 @@ std::multimap<std::string, std::string> readExpected(const std::string& path) {
     return values;
 }
 
+std::vector<TableRow> readTable(const std::string& path) {
+    std::ifstream file = open(path);
+    std::vector<TableRow> rows;
+    bool isExpected = false;
+    for (std::string word; file >> word;) {
+        if (word.front() == '#') {
+            std::getline(file, word);
+        } else if (word.front() == '[') {
+            rows.push_back({word.substr(1, word.size() - 2), "", ""});
+            isExpected = false;
+        } else if (word == "=>") {
+            isExpected = true;
+        } else {
+            (isExpected ? rows.back().expected : rows.back().input) += word + "\n";
+        }
+    }
+    return rows;
+}
+
 std::vector<Bytes> splitLoasFrames(const Bytes& stream) {
     std::vector<Bytes> frames;
     for (std::size_t at = 0; at + 3 <= stream.size();) {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-// The recorded streams in tests/data.
+// The recorded streams and the tables in tests/data.
 
 using Bytes = std::vector<std::uint8_t>;
 
@@ -16,6 +16,15 @@ Bytes readBytes(const std::string& path);
 
 // Lines "name value"; a name may come more than once.
 std::multimap<std::string, std::string> readExpected(const std::string& path);
+
+// A row of a table file: "[name]", the words that go in, and behind "=>" those that are expected, each on a
+// line of its own here. Lines that begin with # are comments.
+struct TableRow {
+    std::string name;
+    std::string input;
+    std::string expected;
+};
+std::vector<TableRow> readTable(const std::string& path);
 
 // One LOAS frame after the other, cut by their announced lengths.
 std::vector<Bytes> splitLoasFrames(const Bytes& stream);
