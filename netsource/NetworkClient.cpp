@@ -122,7 +122,7 @@ std::uint32_t NetworkClient::Init(const char* url, const char* networkInterfaceC
     opening->changed.wait(lock, [&opening] { return opening->state == Opening::State::done; });
     if (opening->status == keClientOk) {
         const std::lock_guard guard(m_mutex);
-        m_source = opening->source;
+        m_source = std::move(opening->source); // the client's thread may end later than the client
         m_consumers = opening->consumers;
     }
     return opening->status;

@@ -1,21 +1,61 @@
 #include "ClientTestSupport.h"
 
-#include <cstring>
+#include <fstream>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
-#include <arpa/inet.h>
 #include <net/if.h>
+#include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "SourceFactory.h"
+
 namespace ClientTest {
 
-using namespace MainConcept::NetworkStreaming;
+std::vector<std::string> split(const std::string& text, char separator) {
+    std::vector<std::string> parts;
+    std::istringstream stream(text);
+    for (std::string part; std::getline(stream, part, separator);) {
+        const std::size_t begin = std::min(part.find_first_not_of(' '), part.size());
+        parts.push_back(part.substr(begin, part.find_last_not_of(' ') + 1 - begin));
+    }
+    return parts;
+}
+
+std::vector<std::vector<std::string>> readTable(const std::string& name) {
+    std::ifstream file(std::string(KV_TEST_DATA "/netsource/") + name);
+    std::vector<std::vector<std::string>> rows;
+    for (std::string line; std::getline(file, line);) {
+        if (!line.empty() && line[0] != '#') {
+            rows.push_back(split(line + " ", '|')); // the space makes a cell of an empty last one
+        }
+    }
+    if (rows.empty()) {
+        throw std::runtime_error("no table " + name);
+    }
+    return rows;
+}
+
+Octets fromHex(const std::string& digits) {
+    Octets bytes;
+    std::string pair;
+    for (const char digit : digits) {
+        pair += digit == ' ' ? "" : std::string(1, digit);
+        if (pair.size() == 2) {
+            bytes.push_back(static_cast<std::uint8_t>(std::stoul(std::exchange(pair, ""), nullptr, 16)));
+        }
+    }
+    return bytes;
+}
+
+void append(Octets& to, const Octets& bytes) { to.insert(to.end(), bytes.begin(), bytes.end()); }
 
 bool waitFor(const std::function<bool()>& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
     while (!condition()) {
         if (std::chrono::steady_clock::now() > deadline) {
             return false;
@@ -25,8 +65,22 @@ bool waitFor(const std::function<bool()>& condition) {
     return true;
 }
 
-RecordingConsumer::RecordingConsumer()
-    : m_allocator(CreateBufferAllocator(2, 8, 0x100000, 0x10000, 1, nullptr)) {}
+namespace {
+
+std::atomic<std::int64_t> clockNanoseconds{1'000'000'000'000};
+
+} // namespace
+
+Source::TimePoint testClock() { return Source::TimePoint(std::chrono::nanoseconds(clockNanoseconds)); }
+
+void advanceClock(std::chrono::milliseconds time) {
+    clockNanoseconds += std::chrono::nanoseconds(time).count();
+}
+
+NetworkClient::Surroundings testSurroundings() { return {&makeSource, &testClock, std::chrono::seconds(10)}; }
+
+RecordingConsumer::RecordingConsumer(std::uint32_t bufferSize)
+    : m_allocator(CreateBufferAllocator(2, 8, 0x100000, bufferSize, 1, nullptr)) {}
 
 RecordingConsumer::~RecordingConsumer() = default;
 
@@ -50,14 +104,14 @@ void RecordingConsumer::OnData(_tagConsumerInfo* info) {
             throw std::logic_error("buffer size");
         }
         if (keeping) {
-            m_data.insert(m_data.end(), info->buffer, info->buffer + info->dataLength);
-            m_timeStamps.push_back(info->timeStamp);
+            if (m_units.empty() || m_units.back().timeStamp != info->timeStamp) {
+                m_units.push_back({info->timeStamp, {}});
+            }
+            append(m_units.back().bytes, Octets(info->buffer, info->buffer + info->dataLength));
         }
         m_size += info->dataLength;
-        if (m_pending != nullptr) {
-            m_allocator->ReleaseBuffer(m_pending);
-        }
-        m_pending = info->buffer;
+        ++m_buffers;
+        m_allocator->ReleaseBuffer(std::exchange(m_pending, info->buffer));
     } else {
         m_allocator->ReleaseBuffer(info->buffer);
     }
@@ -72,19 +126,25 @@ void RecordingConsumer::OnNotify(_tagNetSourceNotifyType type, void* /*data*/) {
     onNotify(type);
 }
 
-Bytes RecordingConsumer::data() const {
+std::vector<RecordingConsumer::Unit> RecordingConsumer::units() const {
     const std::lock_guard lock(m_mutex);
-    return m_data;
+    return m_units;
 }
 
-std::size_t RecordingConsumer::size() const {
-    const std::lock_guard lock(m_mutex);
-    return m_size;
+std::vector<Octets> RecordingConsumer::payloads() const {
+    std::vector<Octets> all;
+    for (const Unit& unit : units()) {
+        all.push_back(unit.bytes);
+    }
+    return all;
 }
 
-std::size_t RecordingConsumer::buffers() const {
-    const std::lock_guard lock(m_mutex);
-    return m_timeStamps.size();
+Octets RecordingConsumer::data() const {
+    Octets all;
+    for (const Octets& payload : payloads()) {
+        append(all, payload);
+    }
+    return all;
 }
 
 std::vector<int> RecordingConsumer::notifications() const {
@@ -92,18 +152,13 @@ std::vector<int> RecordingConsumer::notifications() const {
     return m_notifications;
 }
 
-std::vector<std::uint64_t> RecordingConsumer::timeStamps() const {
-    const std::lock_guard lock(m_mutex);
-    return m_timeStamps;
-}
-
-IMediaConsumer*
-RecordingCreator::OnCreateConsumerForNetStream(_tagMCNetStreamMediaInfo* mediaInfo,
-                                               IMCPlaylistItemQualitySelector* /*qualitySelector*/,
-                                               std::uint32_t /*value*/) {
-    announcements.push_back(
-        {mediaInfo->streamType, mediaInfo->mediaKind,
-         Bytes(mediaInfo->codecConfig, mediaInfo->codecConfig + mediaInfo->codecConfigLength)});
+IMediaConsumer* RecordingCreator::OnCreateConsumerForNetStream(_tagMCNetStreamMediaInfo* mediaInfo,
+                                                               IMCPlaylistItemQualitySelector* /*selector*/,
+                                                               std::uint32_t /*value*/) {
+    const std::uint8_t* const config = mediaInfo->codecConfig;
+    announcements.push_back({mediaInfo->streamType, mediaInfo->mediaKind, mediaInfo->audioSamplingRate,
+                             mediaInfo->audioChannels,
+                             Octets(config, config + mediaInfo->codecConfigLength)});
     if (!onAnnounce()) {
         return nullptr;
     }
@@ -133,8 +188,6 @@ std::uint32_t Receiver::play() {
     return client->Play(0.0, -1.0, 1.0);
 }
 
-std::uint32_t Receiver::stop() { return client->Stop(); }
-
 void Receiver::close() {
     if (client != nullptr) {
         client->Stop();
@@ -145,8 +198,7 @@ void Receiver::close() {
     }
 }
 
-KorvelVideo::NetworkSource::ClientCounters Receiver::counters() const {
-    using KorvelVideo::NetworkSource::ClientCounters;
+ClientCounters Receiver::counters() const {
     std::vector<ClientCounters> all(256);
     all[0].size = sizeof(ClientCounters);
     const std::uint32_t count = GetNetworkClientCounters(all.data(), static_cast<std::uint32_t>(all.size()));
@@ -158,63 +210,46 @@ KorvelVideo::NetworkSource::ClientCounters Receiver::counters() const {
     throw std::logic_error("the client is not among those counted");
 }
 
-namespace {
-
-// Fills either kind of address; 0 when the text is none.
-socklen_t makeAddress(const std::string& text, std::uint16_t port, sockaddr_storage& storage) {
-    storage = {};
-    auto& v4 = reinterpret_cast<sockaddr_in&>(storage);
-    auto& v6 = reinterpret_cast<sockaddr_in6&>(storage);
-    if (inet_pton(AF_INET, text.c_str(), &v4.sin_addr) == 1) {
-        v4.sin_family = AF_INET;
-        v4.sin_port = htons(port);
-        return sizeof(v4);
-    }
-    if (inet_pton(AF_INET6, text.c_str(), &v6.sin6_addr) == 1) {
-        v6.sin6_family = AF_INET6;
-        v6.sin6_port = htons(port);
-        return sizeof(v6);
-    }
-    return 0;
+bool Receiver::wasTold(int type) {
+    const std::vector<int> told = consumer().notifications();
+    return !told.empty() && told.back() == type;
 }
 
-} // namespace
-
-Sender::Sender(const std::string& address, std::uint16_t port, const char* multicastInterface)
-    : m_port(port), m_address(address) {
-    sockaddr_storage storage;
-    makeAddress(address, port, storage);
-    m_socket = socket(storage.ss_family, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    const unsigned index = if_nametoindex(multicastInterface);
+Sender::Sender(const std::string& address, std::uint16_t port, const char* networkInterface,
+               const char* from) {
+    const auto addressOf = [](const std::string& host, std::uint16_t ofPort) {
+        addrinfo hints{};
+        hints.ai_flags = AI_NUMERICHOST;
+        hints.ai_socktype = SOCK_DGRAM;
+        addrinfo* found = nullptr;
+        if (getaddrinfo(host.c_str(), std::to_string(ofPort).c_str(), &hints, &found) != 0) {
+            throw std::runtime_error("no address " + host);
+        }
+        return std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>(found, &freeaddrinfo);
+    };
+    const auto to = addressOf(address, port);
+    const auto local = addressOf(from != nullptr ? from : address, 0);
+    m_socket = socket(to->ai_family, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const unsigned index = if_nametoindex(networkInterface);
     ip_mreqn request{};
     request.imr_ifindex = static_cast<int>(index);
-    const int result = storage.ss_family == AF_INET6
-                           ? setsockopt(m_socket, IPPROTO_IPV6, IPV6_MULTICAST_IF, &index, sizeof(index))
-                           : setsockopt(m_socket, IPPROTO_IP, IP_MULTICAST_IF, &request, sizeof(request));
-    if (result != 0) {
-        throw std::runtime_error("the interface cannot be chosen");
+    bool done = to->ai_family == AF_INET6
+                    ? setsockopt(m_socket, IPPROTO_IPV6, IPV6_MULTICAST_IF, &index, sizeof(index)) == 0
+                    : setsockopt(m_socket, IPPROTO_IP, IP_MULTICAST_IF, &request, sizeof(request)) == 0;
+    done = done && (from == nullptr || bind(m_socket, local->ai_addr, local->ai_addrlen) == 0);
+    if (!done || connect(m_socket, to->ai_addr, to->ai_addrlen) != 0) {
+        throw std::runtime_error("no sender to " + address);
     }
 }
 
 Sender::~Sender() { ::close(m_socket); }
 
-void Sender::bindTo(const std::string& address) const {
-    sockaddr_storage storage;
-    const socklen_t size = makeAddress(address, 0, storage);
-    if (bind(m_socket, reinterpret_cast<const sockaddr*>(&storage), size) != 0) {
-        throw std::runtime_error("bind");
-    }
+bool Sender::send(const Octets& datagram) const {
+    return ::send(m_socket, datagram.data(), datagram.size(), 0) == static_cast<ssize_t>(datagram.size());
 }
 
-bool Sender::send(const Bytes& datagram) const {
-    sockaddr_storage storage;
-    const socklen_t size = makeAddress(m_address, m_port, storage);
-    return sendto(m_socket, datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr*>(&storage),
-                  size) == static_cast<ssize_t>(datagram.size());
-}
-
-Bytes makeTransportPackets(std::size_t first, std::size_t count) {
-    Bytes packets;
+Octets makeTransportPackets(std::size_t first, std::size_t count) {
+    Octets packets;
     for (std::size_t number = first; number < first + count; ++number) {
         packets.insert(packets.end(), {0x47, 0x01, 0x00, static_cast<std::uint8_t>(0x10 | (number & 0x0F))});
         for (std::size_t index = 4; index < 188; ++index) {
@@ -224,20 +259,10 @@ Bytes makeTransportPackets(std::size_t first, std::size_t count) {
     return packets;
 }
 
-Bytes makeRtp(std::uint16_t sequenceNumber, const Bytes& payload, std::uint32_t source) {
-    Bytes packet{0x80,
-                 33,
-                 static_cast<std::uint8_t>(sequenceNumber >> 8),
-                 static_cast<std::uint8_t>(sequenceNumber),
-                 0,
-                 0,
-                 0,
-                 0,
-                 static_cast<std::uint8_t>(source >> 24),
-                 static_cast<std::uint8_t>(source >> 16),
-                 static_cast<std::uint8_t>(source >> 8),
-                 static_cast<std::uint8_t>(source)};
-    packet.insert(packet.end(), payload.begin(), payload.end());
+Octets makeRtp(std::size_t sequenceNumber, const Octets& payload) {
+    const auto high = static_cast<std::uint8_t>(sequenceNumber >> 8);
+    Octets packet{0x80, 33, high, static_cast<std::uint8_t>(sequenceNumber), 0, 0, 0, 0, 0, 0, 0x12, 0x34};
+    append(packet, payload);
     return packet;
 }
 

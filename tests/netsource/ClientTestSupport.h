@@ -1,6 +1,7 @@
 #pragma once
 
-// What the network client's tests share: a consumer and a creator that record, a sender, and bounded waiting.
+// What the network client's tests share: tables, bounded waiting, a consumer and a creator that record, a
+// client driven as the module does it, and a sender of datagrams.
 
 #include <atomic>
 #include <chrono>
@@ -11,124 +12,145 @@
 #include <string>
 #include <vector>
 
+#include "NetworkClient.h"
 #include "NetworkClientCounters.h"
 #include "StreamingSdk.h"
 
 namespace ClientTest {
 
-using Bytes = std::vector<std::uint8_t>;
+using namespace MainConcept::NetworkStreaming;
+using namespace KorvelVideo::NetworkSource;
+using Octets = std::vector<std::uint8_t>;
 
-// Waits until the condition holds, at most ten seconds. False when it never did.
+// The rows of a table in tests/data/netsource, one a line, their cells between bars; the parts of a text
+// between separators, without spaces around them; and bytes in hexadecimal digits, spaces anywhere.
+[[nodiscard]] std::vector<std::vector<std::string>> readTable(const std::string& name);
+[[nodiscard]] std::vector<std::string> split(const std::string& text, char separator);
+[[nodiscard]] Octets fromHex(const std::string& digits);
+void append(Octets& to, const Octets& bytes);
+
+// Waits until the condition holds. False when it never did, however slow the machine.
 [[nodiscard]] bool waitFor(const std::function<bool()>& condition);
+
+// The clock of clients made with testSurroundings, which only the tests move.
+[[nodiscard]] Source::TimePoint testClock();
+void advanceClock(std::chrono::milliseconds time);
+[[nodiscard]] NetworkClient::Surroundings testSurroundings();
 
 // Takes what a client delivers, as the module's consumer does: buffers from the allocator of the entry
 // points, each given back when the next one comes.
-class RecordingConsumer : public MainConcept::NetworkStreaming::IMediaConsumer {
+class RecordingConsumer : public IMediaConsumer {
 public:
-    RecordingConsumer();
+    struct Unit { // consecutive buffers of one time stamp
+        std::uint64_t timeStamp;
+        Octets bytes;
+    };
+
+    explicit RecordingConsumer(std::uint32_t bufferSize = 0x10000);
     ~RecordingConsumer() override;
 
-    void GetBuffer(MainConcept::NetworkStreaming::_tagConsumerInfo* info) override;
-    void OnData(MainConcept::NetworkStreaming::_tagConsumerInfo* info) override;
-    void OnNotify(MainConcept::NetworkStreaming::_tagNetSourceNotifyType type, void* data) override;
+    void GetBuffer(_tagConsumerInfo* info) override;
+    void OnData(_tagConsumerInfo* info) override;
+    void OnNotify(_tagNetSourceNotifyType type, void* data) override;
     std::int32_t ResetAllocator() override { return m_allocator->Reset(0); }
 
     // Called in OnData and OnNotify, with no lock held. Set before Play.
     std::function<void()> onData = [] {};
     std::function<void(int type)> onNotify = [](int) {};
-    // Whether GetBuffer gives none.
-    std::atomic<bool> refusing{false};
-    // Whether data is kept, or only counted.
-    bool keeping = true;
+    std::atomic<bool> refusing{false}; // GetBuffer gives none
+    bool keeping = true;               // what comes, not only its size
 
-    [[nodiscard]] Bytes data() const;
-    [[nodiscard]] std::size_t size() const;
-    [[nodiscard]] std::size_t buffers() const;
+    [[nodiscard]] std::vector<Unit> units() const;
+    [[nodiscard]] std::vector<Octets> payloads() const; // of the units
+    [[nodiscard]] Octets data() const;                  // all of it
+    [[nodiscard]] std::size_t size() const { return m_size; }
+    [[nodiscard]] std::size_t buffers() const { return m_buffers; }
     [[nodiscard]] std::vector<int> notifications() const;
-    [[nodiscard]] std::vector<std::uint64_t> timeStamps() const;
     // Buffers lent to the client and not handed back.
     [[nodiscard]] int lent() const { return m_lent; }
 
 private:
-    std::unique_ptr<MainConcept::NetworkStreaming::SdkBufferAllocator> m_allocator;
+    const std::unique_ptr<SdkBufferAllocator> m_allocator;
     std::uint8_t* m_pending = nullptr;
     std::atomic<int> m_lent{0};
+    std::atomic<std::size_t> m_size{0};
+    std::atomic<std::size_t> m_buffers{0};
     mutable std::mutex m_mutex;
-    Bytes m_data;
-    std::size_t m_size = 0;
+    std::vector<Unit> m_units;
     std::vector<int> m_notifications;
-    std::vector<std::uint64_t> m_timeStamps;
 };
 
 // Gives every stream a RecordingConsumer and keeps what was announced.
-class RecordingCreator : public MainConcept::NetworkStreaming::INetStreamCreator {
+class RecordingCreator : public INetStreamCreator {
 public:
-    struct Announcement {
-        std::uint32_t streamType;
-        std::uint32_t mediaKind;
-        Bytes codecConfig;
-        bool operator==(const Announcement&) const = default;
-    };
-
-    MainConcept::NetworkStreaming::IMediaConsumer* OnCreateConsumerForNetStream(
-        MainConcept::NetworkStreaming::_tagMCNetStreamMediaInfo* mediaInfo,
-        MainConcept::NetworkStreaming::IMCPlaylistItemQualitySelector* qualitySelector,
-        std::uint32_t value) override;
+    IMediaConsumer* OnCreateConsumerForNetStream(_tagMCNetStreamMediaInfo* mediaInfo,
+                                                 IMCPlaylistItemQualitySelector* qualitySelector,
+                                                 std::uint32_t value) override;
     void ReservedSlot2() override {}
     void ReservedSlot3() override {}
 
+    struct Announcement {
+        std::uint32_t streamType;
+        std::uint32_t mediaKind;
+        std::uint32_t samplingRate;
+        std::uint32_t channels;
+        Octets codecConfig;
+        bool operator==(const Announcement&) const = default;
+    };
     std::function<bool()> onAnnounce = [] { return true; }; // false refuses the stream
     std::vector<Announcement> announcements;
     std::vector<std::unique_ptr<RecordingConsumer>> consumers;
 };
 
-// A client with its creator, driven as the module does it.
+// A client with its creator.
 class Receiver {
 public:
-    Receiver();
+    Receiver(); // by the entry points
+    explicit Receiver(NetworkClient::Surroundings surroundings)
+        : client(new NetworkClient(creator, this, std::move(surroundings))) {}
     Receiver(const Receiver&) = delete;
     Receiver& operator=(const Receiver&) = delete;
     ~Receiver() { close(); }
 
     std::uint32_t init(const std::string& url, const char* networkInterface = nullptr);
+    template <class Value>
+    std::uint32_t set(_tagMCNetClientParamType parameter, Value value) {
+        return client->SetParameter(parameter, &value, sizeof(value));
+    }
     // Enables every consumer and plays.
     std::uint32_t play();
-    std::uint32_t stop();
+    std::uint32_t stop() { return client->Stop(); }
     // Stop, Shutdown and Release.
     void close();
 
     [[nodiscard]] RecordingConsumer& consumer(std::size_t index = 0) { return *creator.consumers.at(index); }
-    [[nodiscard]] KorvelVideo::NetworkSource::ClientCounters counters() const;
+    [[nodiscard]] ClientCounters counters() const;
     [[nodiscard]] std::uint16_t port() const { return static_cast<std::uint16_t>(counters().localPort); }
+    // Whether the last notification of the first stream has this type.
+    [[nodiscard]] bool wasTold(int type);
 
     RecordingCreator creator;
-    MainConcept::NetworkStreaming::SdkNetworkClient* client = nullptr;
+    SdkNetworkClient* client = nullptr;
 };
 
-// Sends datagrams to a local address, or to a group over one interface.
+// Sends datagrams to a local address, or to a group over one interface, `from` an address of its own.
 class Sender {
 public:
-    Sender(const std::string& address, std::uint16_t port, const char* multicastInterface = "lo");
+    Sender(const std::string& address, std::uint16_t port, const char* networkInterface = "lo",
+           const char* from = nullptr);
     Sender(const Sender&) = delete;
     Sender& operator=(const Sender&) = delete;
     ~Sender();
     // False when the system refused it.
-    bool send(const Bytes& datagram) const;
-    // The address it sends from.
-    void bindTo(const std::string& address) const;
+    bool send(const Octets& datagram) const;
 
 private:
     int m_socket = -1;
-    std::uint16_t m_port;
-    std::string m_address;
 };
 
-// `count` transport packets of one elementary stream with right continuity counters, from `first` on; what
-// follows the header depends on the packet's number.
-[[nodiscard]] Bytes makeTransportPackets(std::size_t first, std::size_t count);
-
-// The same in one RTP packet of payload type 33.
-[[nodiscard]] Bytes makeRtp(std::uint16_t sequenceNumber, const Bytes& payload,
-                            std::uint32_t source = 0x1234);
+// `count` transport packets of one elementary stream with right continuity counters, from `first` on, whose
+// contents depend on the packet's number; and a packet of RTP with payload type 33.
+[[nodiscard]] Octets makeTransportPackets(std::size_t first, std::size_t count);
+[[nodiscard]] Octets makeRtp(std::size_t sequenceNumber, const Octets& payload);
 
 } // namespace ClientTest
