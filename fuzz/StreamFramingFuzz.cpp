@@ -97,7 +97,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         translator->learn(packet.data);
         static_cast<void>(translator->deliver(packet, 0, sink));
     }
-    translator->finish(0, sink);
+    translator->flush(0, sink);
     KV_REQUIRE(sink.lent() == 0);
     const ElementaryStream announced = translator->announcement();
     KV_REQUIRE(translator->complete() == !announced.codecConfig.empty() || kind < 2);

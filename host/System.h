@@ -51,9 +51,14 @@ private:
 [[nodiscard]] std::error_code checkWritableFolder(const std::string& path);
 [[nodiscard]] std::error_code checkReadableFile(const std::string& path);
 
-// Whether standard output is a terminal that takes escape sequences, and its width.
+struct TerminalSize {
+    std::size_t columns = 80;
+    std::size_t rows = 24;
+};
+
+// Whether standard output is a terminal that takes escape sequences, and its size as far as it tells.
 [[nodiscard]] bool isOutputTerminal();
-[[nodiscard]] std::size_t terminalColumns();
+[[nodiscard]] TerminalSize terminalSize();
 
 // Before any thread is started.
 void setEnvironmentVariable(const char* name, const char* value);

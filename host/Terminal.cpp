@@ -2,8 +2,8 @@
 
 namespace KorvelVideo::Host {
 
-Terminal::Terminal(std::FILE* output, std::FILE* messages, bool isLive, std::size_t columns)
-    : m_output(output), m_messages(messages), m_isLive(isLive), m_columns(columns) {}
+Terminal::Terminal(std::FILE* output, std::FILE* messages, bool isLive, TerminalSize size)
+    : m_output(output), m_messages(messages), m_isLive(isLive), m_size(size) {}
 
 void Terminal::write(const std::string& line) {
     const std::lock_guard lock(m_lock);
@@ -23,11 +23,28 @@ void Terminal::complain(const std::string& line) {
 void Terminal::show(const std::vector<std::string>& lines) {
     const std::lock_guard lock(m_lock);
     erase();
-    for (const std::string& line : lines) {
-        std::fprintf(m_output, "%s\n", m_isLive ? line.substr(0, m_columns).c_str() : line.c_str());
-    }
-    m_liveLines = m_isLive ? lines.size() : 0;
+    m_isLive ? showLive(lines) : showAll(lines);
     flush();
+}
+
+void Terminal::showAll(const std::vector<std::string>& lines) {
+    for (const std::string& line : lines) {
+        std::fprintf(m_output, "%s\n", line.c_str());
+    }
+}
+
+// The cursor stands on a row of its own below them. Lines that have left the screen could not be replaced.
+void Terminal::showLive(const std::vector<std::string>& lines) {
+    const std::size_t room = m_size.rows - 1;
+    const std::size_t shown = lines.size() <= room ? lines.size() : room - 1;
+    for (std::size_t index = 0; index < shown; ++index) {
+        std::fprintf(m_output, "%s\n", lines[index].substr(0, m_size.columns).c_str());
+    }
+    m_liveLines = shown;
+    if (shown < lines.size()) {
+        std::fprintf(m_output, "... and %zu more\n", lines.size() - shown);
+        ++m_liveLines;
+    }
 }
 
 void Terminal::makeRoom() {

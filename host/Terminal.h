@@ -10,12 +10,14 @@
 #include <string>
 #include <vector>
 
+#include "System.h"
+
 namespace KorvelVideo::Host {
 
 class Terminal {
 public:
-    // `isLive`: keep a block of live lines, cut to `columns`.
-    Terminal(std::FILE* output, std::FILE* messages, bool isLive, std::size_t columns);
+    // `isLive`: keep a block of live lines that fits into `size`.
+    Terminal(std::FILE* output, std::FILE* messages, bool isLive, TerminalSize size);
     Terminal(const Terminal&) = delete;
     Terminal& operator=(const Terminal&) = delete;
 
@@ -32,13 +34,15 @@ public:
     [[nodiscard]] bool isWritable();
 
 private:
+    void showAll(const std::vector<std::string>& lines);
+    void showLive(const std::vector<std::string>& lines);
     void erase();
     void flush();
 
     std::FILE* const m_output;
     std::FILE* const m_messages;
     const bool m_isLive;
-    const std::size_t m_columns;
+    const TerminalSize m_size;
     std::mutex m_lock;
     std::size_t m_liveLines = 0;
     bool m_isWritable = true;

@@ -17,7 +17,7 @@ constexpr std::uint32_t errorsOnly = 4;
 
 int receive(const Options& options) {
     const bool isLive = !options.json && isOutputTerminal();
-    static Terminal terminal(stdout, stderr, isLive, terminalColumns());
+    static Terminal terminal(stdout, stderr, isLive, terminalSize());
     registerLogger(options.logLevel.value_or(errorsOnly), terminal);
     Application application(options, terminal);
     const EndSignals signals([&application] { application.requestEnd(); });

@@ -106,9 +106,10 @@ std::error_code checkReadableFile(const std::string& path) {
 
 bool isOutputTerminal() { return isatty(STDOUT_FILENO) != 0; }
 
-std::size_t terminalColumns() {
+TerminalSize terminalSize() {
     winsize size{};
-    return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
+    const bool isKnown = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 && size.ws_row > 2;
+    return isKnown ? TerminalSize{size.ws_col, size.ws_row} : TerminalSize{};
 }
 
 void setEnvironmentVariable(const char* name, const char* value) {

@@ -98,11 +98,14 @@ bool isOutputTerminal() {
            SetConsoleMode(output, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0;
 }
 
-std::size_t terminalColumns() {
+TerminalSize terminalSize() {
     CONSOLE_SCREEN_BUFFER_INFO info{};
     const bool isKnown = GetConsoleScreenBufferInfo(GetStdHandle(STD_OUTPUT_HANDLE), &info) != 0;
     const int columns = info.srWindow.Right - info.srWindow.Left + 1;
-    return isKnown && columns > 1 ? static_cast<std::size_t>(columns) : 80;
+    const int rows = info.srWindow.Bottom - info.srWindow.Top + 1;
+    return isKnown && columns > 1 && rows > 2
+               ? TerminalSize{static_cast<std::size_t>(columns), static_cast<std::size_t>(rows)}
+               : TerminalSize{};
 }
 
 void setEnvironmentVariable(const char* name, const char* value) { _putenv_s(name, value); }

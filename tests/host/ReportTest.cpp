@@ -149,7 +149,7 @@ TEST(Json, TextsAreEscaped) {
 TEST(Terminal, LiveLinesStayBelowEverythingElse) {
     MemoryStream output;
     MemoryStream messages;
-    Terminal terminal(output.file(), messages.file(), true, 5);
+    Terminal terminal(output.file(), messages.file(), true, {5, 4});
     terminal.show({"one", "a long line"});
     terminal.write("text");
     terminal.show({"two"});
@@ -157,10 +157,13 @@ TEST(Terminal, LiveLinesStayBelowEverythingElse) {
     terminal.makeRoom();
     terminal.show({"three"});
     terminal.complain("wrong");
-    EXPECT_EQ(output.text(), "one\na lon\n\x1b[2A\x1b[Jtext\ntwo\n\x1b[1A\x1b[Jthree\n\x1b[1A\x1b[J");
+    terminal.show({"1", "2", "3", "4"}); // as many as the screen has rows beside the cursor's
+    terminal.makeRoom();
+    EXPECT_EQ(output.text(), "one\na lon\n\x1b[2A\x1b[Jtext\ntwo\n\x1b[1A\x1b[Jthree\n\x1b[1A\x1b[J"
+                             "1\n2\n... and 2 more\n\x1b[3A\x1b[J");
     EXPECT_EQ(messages.text(), "kvreceive: wrong\n");
     MemoryStream file;
-    Terminal without(file.file(), messages.file(), false, 5);
+    Terminal without(file.file(), messages.file(), false, {});
     without.show({"a long line"});
     without.makeRoom();
     without.write("text");
@@ -172,7 +175,7 @@ TEST(Terminal, SaysWhenItsReaderHasGone) {
     int ends[2];
     ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
     std::FILE* output = fdopen(ends[1], "w");
-    Terminal terminal(output, stderr, false, 80);
+    Terminal terminal(output, stderr, false, {});
     terminal.write("read");
     EXPECT_TRUE(terminal.isWritable());
     close(ends[0]);
