@@ -65,7 +65,7 @@ EndSignals::~EndSignals() {
         const std::lock_guard guard(state.lock);
         state.isOver = true;
         if (!state.isTaken) {
-            pthread_kill(state.thread.native_handle(), SIGTERM); // blocked there, so it only ends the wait
+            pthread_kill(state.thread.native_handle(), SIGHUP); // blocked there, so it only ends the wait
         }
     }
     state.over.release();
