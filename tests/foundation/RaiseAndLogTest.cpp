@@ -116,6 +116,7 @@ TEST_F(RaiseAndLog, AHolderUndoesItsComInitialisationOnlyWhereItSucceeded) {
     for (const Row& row : rows) {
         std::thread([&row] {
             ASSERT_EQ(CoInitializeEx(nullptr, row.model), S_OK);
+            RecordingLogger::registerClass();
             const int alive = RecordingLogger::alive();
             const std::uint64_t undone = KvTest::platformCalls(PlatformCall::CoUninitialize);
             {

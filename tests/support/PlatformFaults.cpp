@@ -8,6 +8,7 @@
 #include <mutex>
 #include <optional>
 
+#include "BriefLock.h"
 #include "PlatformCompiler.h"
 #include "PlatformModule.h"
 #include "PlatformRegistry.h"
@@ -24,7 +25,7 @@ struct Operation {
 };
 
 // Usable from the first platform call on, which a static initialiser may make.
-constinit std::mutex g_mutex;
+constinit BriefLock g_mutex;
 constinit std::atomic<bool> g_shortWaits{false};
 constinit std::array<Operation, static_cast<std::size_t>(PlatformCall::beginthreadex) + 1> g_operations{};
 

@@ -57,11 +57,8 @@ public:
 
 struct Registration {
     Registration() {
-        static auto* const loggerClass = new TestClass([]() -> IUnknown* { return new Logger; });
-        DWORD cookie = 0;
-        CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-        CoRegisterClassObject(CLSID_ModuleLogger, loggerClass, CLSCTX_INPROC_SERVER, REGCLS_MULTIPLEUSE,
-                              &cookie);
+        CoInitializeEx(nullptr, COINIT_MULTITHREADED); // and so every thread that enters no apartment
+        RecordingLogger::registerClass();
     }
 };
 
@@ -103,6 +100,12 @@ void clear() {
 void setEnabled(bool enabled) {
     const std::lock_guard lock(records().lock);
     records().enabled = enabled;
+}
+
+void registerClass() {
+    static auto* const loggerClass = new TestClass([]() -> IUnknown* { return new Logger; });
+    DWORD cookie = 0;
+    CoRegisterClassObject(CLSID_ModuleLogger, loggerClass, CLSCTX_INPROC_SERVER, REGCLS_MULTIPLEUSE, &cookie);
 }
 
 int alive() { return records().alive; }

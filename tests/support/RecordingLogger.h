@@ -29,6 +29,9 @@ std::vector<CKvVaneException> takeExceptions();
 // The sites of the lines since the last take: "src/File|function signature".
 std::vector<std::string> takeSites();
 
+// Registers the class object in the calling thread's apartment; another one's may be out of its reach.
+void registerClass();
+
 void clear();
 
 // While off, calls are dropped (and nothing is allocated).
