@@ -1,8 +1,8 @@
 #pragma once
 
-// Included before everything else in what the Windows tests build: the calls of the system that a test can make
-// fail go to the replacements of PlatformFaults.cpp and TestClock.cpp under names of their own, since the
-// system's libraries do not let a program replace theirs.
+// Included before everything else in what the Windows tests build: the calls of the system that a test can
+// make fail go to the replacements of PlatformFaults.cpp and TestClock.cpp under names of their own, since
+// the system's libraries do not let a program replace theirs.
 
 #define _CRTIMP
 #define _KERNEL32_
