@@ -10,8 +10,8 @@
 
 std::ostream& operator<<(std::ostream& stream, const DeliveredUnit& unit) {
     stream << unit.timeStamp << ":";
-    for (const std::uint8_t byte : unit.bytes) {
-        stream << ' ' << unsigned{byte};
+    for (const std::uint8_t value : unit.bytes) {
+        stream << ' ' << unsigned{value};
     }
     return stream;
 }
