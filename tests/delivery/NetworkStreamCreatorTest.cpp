@@ -1,8 +1,9 @@
 #include "NetworkStreamCreator.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdio>
 #include <memory>
-#include <sstream>
 #include <stdexcept>
 
 #include "CKvUnknown.h"
@@ -22,9 +23,9 @@ constexpr std::uint32_t kVideo = 1;
 const char* const kNewAllocator = "CreateBufferAllocator(2, 8, 1048576, 65536, 1, null)";
 
 std::string withAddress(const std::string& text, const void* address) {
-    std::ostringstream line;
-    line << text << "this:[" << address << "]";
-    return line.str();
+    std::array<char, 40> written{}; // as the system writes it
+    std::snprintf(written.data(), written.size(), "this:[%p]", address);
+    return text + written.data();
 }
 
 // The texts of the lines of level 0, too.
