@@ -32,7 +32,6 @@ TEST_F(LoadedServer, FileNameIsCutToTheCapacity) {
     char program[4096];
     const DWORD written = GetModuleFileNameA(nullptr, program, sizeof program);
     EXPECT_EQ(std::string(program, written), std::filesystem::read_symlink("/proc/self/exe").string());
-    EXPECT_EQ(GetModuleFileNameA(nullptr, program, 0), 0U);
     EXPECT_EQ(GetModuleFileNameA(&program, program, sizeof program), 0U);
     EXPECT_EQ(GetLastError(), ERROR_MOD_NOT_FOUND) << "no module";
 }
@@ -53,9 +52,6 @@ TEST(Module, LoadedByRelativePathKeepsItsAbsoluteOne) {
 TEST_F(LoadedServer, RefusesWhatIsNotThere) {
     EXPECT_EQ(LoadLibraryA("/nonexistent/library.so"), nullptr);
     EXPECT_EQ(GetLastError(), ERROR_MOD_NOT_FOUND);
-    EXPECT_EQ(LoadLibraryA(nullptr), nullptr);
-    EXPECT_FALSE(FreeLibrary(nullptr));
-    EXPECT_EQ(GetProcAddress(nullptr, "DllGetClassObject"), nullptr);
     const auto state = reinterpret_cast<TestServerStateFunction>(GetProcAddress(server, "testServerState"));
     EXPECT_EQ(state()->module, server) << "what DllMain was given";
     EXPECT_TRUE(DisableThreadLibraryCalls(server));
@@ -85,8 +81,6 @@ TEST(Text, ConvertsBetweenNarrowAndWide) {
         const int narrowLength = static_cast<int>(narrow.size());
         const int wideLength = static_cast<int>(wide.size());
         wchar_t widened[64];
-        EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, narrow.data(), narrowLength, nullptr, 0), wideLength)
-            << name;
         EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, narrow.data(), narrowLength, widened, 64), wideLength)
             << name;
         EXPECT_EQ(std::wstring(widened, wide.size()), wide) << name;
@@ -103,16 +97,11 @@ TEST(Text, ConvertsBetweenNarrowAndWide) {
 TEST(Text, ConversionTakesTheTerminatorAndRefusesWhatDoesNotFit) {
     wchar_t wide[4] = {};
     EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, "abc", -1, wide, 4), 4);
+    EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, "abcd", -1, nullptr, 0), 5) << "the size needed";
     EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, "abcd", -1, wide, 4), 0);
     EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
     EXPECT_EQ(MultiByteToWideChar(1252, 0, "a", -1, wide, 4), 0);
     EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(MultiByteToWideChar(CP_ACP, 8, "a", -1, wide, 4), 0) << "flags";
-    EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, nullptr, -1, wide, 4), 0);
-    EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, "a", 0, wide, 4), 0);
-    EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, "a", -2, wide, 4), 0);
-    EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, "a", -1, nullptr, 4), 0);
-    EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, "a", -1, wide, -1), 0);
 }
 
 TEST(Text, FormatsWideText) {
@@ -146,7 +135,6 @@ TEST(Guid, HasABracesForm) {
         EXPECT_EQ(CLSIDFromString(other, &clsid), CO_E_CLASSSTRING);
         EXPECT_EQ(clsid, CLSID{});
     }
-    EXPECT_EQ(CLSIDFromString(L"{}", nullptr), E_INVALIDARG);
 }
 
 } // namespace

@@ -38,9 +38,8 @@ constinit Factory g_factory;
 
 extern "C" {
 
-BOOL DllMain(HMODULE module, DWORD reason, void* /*reserved*/) {
+BOOL DllMain(HMODULE module, DWORD /*reason*/, void* /*reserved*/) {
     g_state.module = module;
-    g_state.reason = reason;
     return TRUE;
 }
 

@@ -12,7 +12,6 @@ inline constexpr CLSID CLSID_TestServer{
 
 struct TestServerState {
     HMODULE module = nullptr;
-    std::atomic<DWORD> reason{99}; // what DllMain was last told
     std::atomic<int> objects{0};
     std::atomic<bool> alwaysUnloadable{false}; // DllCanUnloadNow does not look at the objects
     // When set, CreateInstance sets `entered` and waits for `proceed`.
