@@ -52,8 +52,6 @@ Octets fromHex(const std::string& digits) {
     return bytes;
 }
 
-void append(Octets& to, const Octets& bytes) { to.insert(to.end(), bytes.begin(), bytes.end()); }
-
 bool waitFor(const std::function<bool()>& condition) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
     while (!condition()) {
@@ -78,11 +76,6 @@ void advanceClock(std::chrono::milliseconds time) {
 }
 
 NetworkClient::Surroundings testSurroundings() { return {&makeSource, &testClock, std::chrono::seconds(10)}; }
-
-RecordingConsumer::RecordingConsumer(std::uint32_t bufferSize)
-    : m_allocator(CreateBufferAllocator(2, 8, 0x100000, bufferSize, 1, nullptr)) {}
-
-RecordingConsumer::~RecordingConsumer() = default;
 
 void RecordingConsumer::GetBuffer(_tagConsumerInfo* info) {
     if (refusing) {
@@ -126,11 +119,6 @@ void RecordingConsumer::OnNotify(_tagNetSourceNotifyType type, void* /*data*/) {
     onNotify(type);
 }
 
-std::vector<RecordingConsumer::Unit> RecordingConsumer::units() const {
-    const std::lock_guard lock(m_mutex);
-    return m_units;
-}
-
 std::vector<Octets> RecordingConsumer::payloads() const {
     std::vector<Octets> all;
     for (const Unit& unit : units()) {
@@ -145,11 +133,6 @@ Octets RecordingConsumer::data() const {
         append(all, payload);
     }
     return all;
-}
-
-std::vector<int> RecordingConsumer::notifications() const {
-    const std::lock_guard lock(m_mutex);
-    return m_notifications;
 }
 
 IMediaConsumer* RecordingCreator::OnCreateConsumerForNetStream(_tagMCNetStreamMediaInfo* mediaInfo,
@@ -171,10 +154,6 @@ Receiver::Receiver() {
     SdkClientSettings settings{};
     settings.receiver = this;
     client = CreateNetworkClient(&creator, &settings);
-}
-
-std::uint32_t Receiver::init(const std::string& url, const char* networkInterface) {
-    return client->Init(url.c_str(), networkInterface);
 }
 
 std::uint32_t Receiver::play() {

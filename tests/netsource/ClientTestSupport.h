@@ -27,7 +27,7 @@ using Octets = std::vector<std::uint8_t>;
 [[nodiscard]] std::vector<std::vector<std::string>> readTable(const std::string& name);
 [[nodiscard]] std::vector<std::string> split(const std::string& text, char separator);
 [[nodiscard]] Octets fromHex(const std::string& digits);
-void append(Octets& to, const Octets& bytes);
+inline void append(Octets& to, const Octets& bytes) { to.insert(to.end(), bytes.begin(), bytes.end()); }
 
 // Waits until the condition holds. False when it never did, however slow the machine.
 [[nodiscard]] bool waitFor(const std::function<bool()>& condition);
@@ -46,8 +46,8 @@ public:
         Octets bytes;
     };
 
-    explicit RecordingConsumer(std::uint32_t bufferSize = 0x10000);
-    ~RecordingConsumer() override;
+    explicit RecordingConsumer(std::uint32_t bufferSize = 0x10000)
+        : m_allocator(CreateBufferAllocator(2, 8, 0x100000, bufferSize, 1, nullptr)) {}
 
     void GetBuffer(_tagConsumerInfo* info) override;
     void OnData(_tagConsumerInfo* info) override;
@@ -60,12 +60,18 @@ public:
     std::atomic<bool> refusing{false}; // GetBuffer gives none
     bool keeping = true;               // what comes, not only its size
 
-    [[nodiscard]] std::vector<Unit> units() const;
+    [[nodiscard]] std::vector<Unit> units() const {
+        const std::lock_guard lock(m_mutex);
+        return m_units;
+    }
     [[nodiscard]] std::vector<Octets> payloads() const; // of the units
     [[nodiscard]] Octets data() const;                  // all of it
     [[nodiscard]] std::size_t size() const { return m_size; }
     [[nodiscard]] std::size_t buffers() const { return m_buffers; }
-    [[nodiscard]] std::vector<int> notifications() const;
+    [[nodiscard]] std::vector<int> notifications() const {
+        const std::lock_guard lock(m_mutex);
+        return m_notifications;
+    }
     // Buffers lent to the client and not handed back.
     [[nodiscard]] int lent() const { return m_lent; }
 
@@ -112,7 +118,9 @@ public:
     Receiver& operator=(const Receiver&) = delete;
     ~Receiver() { close(); }
 
-    std::uint32_t init(const std::string& url, const char* networkInterface = nullptr);
+    std::uint32_t init(const std::string& url, const char* networkInterface = nullptr) {
+        return client->Init(url.c_str(), networkInterface);
+    }
     template <class Value>
     std::uint32_t set(_tagMCNetClientParamType parameter, Value value) {
         return client->SetParameter(parameter, &value, sizeof(value));
