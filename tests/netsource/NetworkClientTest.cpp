@@ -330,7 +330,7 @@ protected:
             throw std::runtime_error("library");
         }
         EXPECT_TRUE(waitFor([&] {
-            return letGo || m_manner == Manner::ending || (m_manner == Manner::attentive && round.stopped());
+            return m_manner == Manner::attentive ? round.stopped() : letGo || m_manner == Manner::ending;
         }));
         round.sink().deliverCopy(0, {&piece, 1}, 2);
         return SourceEnd::endOfStream;
