@@ -7,7 +7,6 @@
 
 namespace {
 
-using KvTest::Fault;
 using KvTest::PlatformCall;
 using KvTest::PlatformFault;
 
