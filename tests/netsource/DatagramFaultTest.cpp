@@ -206,9 +206,9 @@ TEST(DatagramFaults, RestartsLeaveNothingBehind) {
 TEST(ReceivePool, IntervalLeavesRoomForBursts) {
     struct Row {
         std::size_t bytes;
-        int elapsed;
+        std::int64_t elapsed;
         std::size_t bufferSize;
-        int expected;
+        std::int64_t expected;
     };
     constexpr Row kRows[] = {
         {0, 5000, 4U << 20, 5000},         {625'000, 5000, 4U << 20, 5000}, // 1000 Mb/s
