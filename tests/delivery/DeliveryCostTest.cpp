@@ -95,7 +95,7 @@ TEST(DeliveryCost, OneCopyAndNoAllocationFromTheClientToTheHost) {
     const CopyCounter copies;
     playUnits();
     EXPECT_EQ(allocations.count(), 0U);
-    EXPECT_EQ(copies.bytes(), kUnits * 8 * piece.bytes.size());
+    EXPECT_EQ(copies.bytes(), piece.bytes.size() * 8 * kUnits);
     EXPECT_EQ(video.delivered(), 2 * kUnits - 1);
 }
 

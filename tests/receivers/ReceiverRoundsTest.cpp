@@ -15,7 +15,7 @@ constexpr int kRounds = 500; // an instrumented heap tells no sizes; what leaks 
 constexpr int kRounds = 10'000;
 #endif
 // Buffers of the standard library and of the system that grow once; one lost object a round would be more.
-constexpr std::size_t kAllowedBytes = 64 * 1024;
+constexpr std::size_t kAllowedBytes = std::size_t{64} * 1024;
 
 std::ptrdiff_t threads() { return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}); }
 

@@ -54,20 +54,20 @@ TEST_F(NetworkStreamReceiverTest, BadRecordsLoseOnlyThemselves) {
         std::uint8_t valid;
         std::uint8_t discard;
         bool confirmed;
-        Lines lines;
         bool kept;
+        Lines lines;
     };
     const Row rows[] = {
-        {"invalid", 0, 0, true, {{3, 3, "OnData called back with invalid sample."}}, false},
-        {"invalid before discard", 0, 1, true, {{3, 3, "OnData called back with invalid sample."}}, false},
-        {"discard", 1, 1, true, {}, false},
+        {"invalid", 0, 0, true, false, {{3, 3, "OnData called back with invalid sample."}}},
+        {"invalid before discard", 0, 1, true, false, {{3, 3, "OnData called back with invalid sample."}}},
+        {"discard", 1, 1, true, false, {}},
         {"not confirmed",
          1,
          0,
          false,
-         {{3, 3, "Could not confirm buffer size from buffer allocator."}},
-         true},
-        {"valid by any value", 0x80, 0, true, {}, true},
+         true,
+         {{3, 3, "Could not confirm buffer size from buffer allocator."}}},
+        {"valid by any value", 0x80, 0, true, true, {}},
     };
     play({1}, 40);
     for (const Row& row : rows) {
