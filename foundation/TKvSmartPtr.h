@@ -48,11 +48,10 @@ public:
     // The reference is added before the old one is released, so assigning the held pointer is safe.
     virtual T* operator=(T* pointer) { // NOLINT(misc-unconventional-assign-operator): its contract
         addReference(pointer);
-        T* const old = m_pointer;
-        m_pointer = pointer;
-        if (old != nullptr) {
-            old->Release();
+        if (m_pointer != nullptr) {
+            m_pointer->Release();
         }
+        m_pointer = pointer;
         return pointer;
     }
 
