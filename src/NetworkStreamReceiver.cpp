@@ -255,29 +255,28 @@ void NetworkStreamReceiver::notifySilence(std::int64_t now) {
 }
 
 void NetworkStreamReceiver::notifyEndOfStream() {
-    if (m_endOfStreamReceived.exchange(true)) {
+    if (m_endOfStreamReceived) {
         return;
     }
     logText(kCategoryStream, kLevelEvent, KV_SITE,
             ("Received first end of stream for " + streamIdentifier()).c_str());
-    try {
-        std::shared_ptr<CKvThread> earlier;
-        {
-            const std::lock_guard lock(m_threadLock);
-            earlier.swap(m_endOfStreamThread);
-        }
-        // Waited for and not just let go: a stop that waits for it holds the object too.
-        if (earlier != nullptr) {
-            static_cast<void>(earlier->Wait(kNoLimit));
-        }
+    std::shared_ptr<CKvThread> earlier;
+    {
         const std::lock_guard lock(m_threadLock);
-        if (m_endOfStreamThread == nullptr) { // else forced in the meantime
-            startEndOfStreamThread();
+        if (m_endOfStreamReceived) {
+            return;
         }
-    } catch (...) {
-        m_endOfStreamReceived = false; // a later notification may try again
-        throw;
+        earlier = m_endOfStreamThread;
     }
+    // It stays in its place meanwhile, so that a stop waits for it too.
+    if (earlier != nullptr) {
+        static_cast<void>(earlier->Wait(kNoLimit));
+    }
+    const std::lock_guard lock(m_threadLock);
+    if (m_endOfStreamThread == earlier) { // else another thread was quicker
+        startEndOfStreamThread();
+    }
+    m_endOfStreamReceived = true;
 }
 
 // With m_threadLock held. A thread that could not be started is not kept: nothing could wait for it.
