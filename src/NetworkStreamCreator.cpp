@@ -47,9 +47,11 @@ IMediaConsumer* NetworkStreamCreator::OnCreateConsumerForNetStream(
     MediaInfo* mediaInfo, IMCPlaylistItemQualitySelector* /*selector*/, std::uint32_t /*value*/) {
     const CallbackScope scope;
     try {
+        Information transportStream; // not kept beyond the set-up
         IAudioVideoReceptionNotifier* notifier = createElementaryStreamNotifier(mediaInfo);
         if (notifier == nullptr && isTransportStream(*mediaInfo)) {
-            notifier = createTransportStreamNotifier();
+            transportStream = new TsInformation;
+            notifier = createTransportStreamNotifier(transportStream);
         }
         if (notifier == nullptr) {
             logUnsupportedStream(*mediaInfo, KV_SITE);
@@ -114,8 +116,8 @@ IAudioVideoReceptionNotifier* NetworkStreamCreator::createAacNotifier(const Medi
     return addNotifier(std::make_unique<Notifier>(sink, mediaInfo.codecConfig, mediaInfo.codecConfigLength));
 }
 
-IAudioVideoReceptionNotifier* NetworkStreamCreator::createTransportStreamNotifier() {
-    const Information information(new TsInformation);
+IAudioVideoReceptionNotifier*
+NetworkStreamCreator::createTransportStreamNotifier(const Information& information) {
     IKvVideoCallback* const sink = m_detectorCallback->OnVideoStreamDetected(information);
     return addNotifier(std::make_unique<GenericVideoStreamNotifier>(sink));
 }

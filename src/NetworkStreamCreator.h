@@ -74,7 +74,7 @@ private:
     using Information = TKvSmartPtr<IKvNetworkReceiverStreamInformation>;
     using Informations = std::vector<Information>;
 
-    IAudioVideoReceptionNotifier* createTransportStreamNotifier();
+    IAudioVideoReceptionNotifier* createTransportStreamNotifier(const Information& information);
     template <class Notifier>
     IAudioVideoReceptionNotifier* createAacNotifier(const MediaInfo& mediaInfo);
     static bool isTransportStream(const MediaInfo& mediaInfo) noexcept;
