@@ -35,35 +35,30 @@ HMODULE g_module = nullptr;
 using Path = std::array<char, 260>;
 using WidePath = std::array<wchar_t, 260>;
 
-// Of an operation that failed, so never a success.
-HRESULT lastErrorResult() {
-    const HRESULT result = resultOfPlatformError(static_cast<std::int32_t>(GetLastError()));
-    return result < 0 ? result : E_FAIL;
-}
-
-// A path that was cut would register a module that is not there.
-HRESULT readModulePath(WidePath& widePath) {
+// False when it cannot be read, and when it was cut: that would register a module that is not there.
+bool readModulePath(WidePath& widePath) {
     Path path{};
     const DWORD length = GetModuleFileNameA(g_module, path.data(), static_cast<DWORD>(path.size()));
-    if (length == 0 || length >= path.size() ||
-        MultiByteToWideChar(CP_ACP, 0, path.data(), -1, widePath.data(), static_cast<int>(widePath.size())) ==
-            0) {
-        return lastErrorResult();
-    }
-    return S_OK;
+    return length != 0 && length < path.size() &&
+           MultiByteToWideChar(CP_ACP, 0, path.data(), -1, widePath.data(),
+                               static_cast<int>(widePath.size())) != 0;
 }
 
-// Runs a step for each served class, with the module's path, until one fails.
+// Runs a step for each served class, with the module's path, until one fails. Without the path the result is
+// the platform's last error, whatever it is.
 template <class Step>
 HRESULT forEachServedClass(Step step) {
     try {
         WidePath path{};
-        HRESULT result = readModulePath(path);
+        if (!readModulePath(path)) {
+            return resultOfPlatformError(static_cast<std::int32_t>(GetLastError()));
+        }
+        HRESULT result = S_OK;
         for (const CKvFactoryTemplate& served : kServedClasses) {
+            result = step(served, path.data());
             if (result < 0) {
                 break;
             }
-            result = step(served, path.data());
         }
         return result;
     } catch (const std::bad_alloc&) {
