@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <stdexcept>
 #include <thread>
 #include <utility>
 
@@ -337,7 +338,11 @@ void* lastReceiver() {
 
 INetStreamCreator& lastCreator() {
     const Locked locked;
-    return *state().lastCreator;
+    INetStreamCreator* const creator = state().lastCreator;
+    if (creator == nullptr) {
+        throw std::logic_error("no client was made");
+    }
+    return *creator;
 }
 
 std::vector<IMediaConsumer*> consumers() {
