@@ -135,7 +135,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     static DatagramBatch batch; // as one receiving thread has it
     DatagramReceiver receiver(isRtp ? DatagramAddress::Framing::rtp
                                     : DatagramAddress::Framing::transportStream,
-                              std::make_unique<DatagramSocket>(), sink, nullptr, counters);
+                              DatagramSocket(), sink, nullptr, counters);
     Bytes sent;
     for (std::span<const std::uint8_t> data(bytes + 1, size - 1); !data.empty();) {
         data = queueBatch(data, *sink);
@@ -144,7 +144,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
         }
         do { // a round takes no more than some batches
             const std::size_t queued = g_queued.size();
-            KV_REQUIRE(receiver.receive(batch) <= sent.size());
+            KV_REQUIRE(receiver.receive(batch, std::chrono::steady_clock::now()) <= sent.size());
             KV_REQUIRE(g_queued.empty() || g_queued.size() < queued);
         } while (!g_queued.empty());
     }

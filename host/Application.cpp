@@ -77,7 +77,7 @@ bool Application::prepareOutput() {
 }
 
 void Application::openAll() {
-    const Reception::Services services{m_factories, m_events, m_streamNumbers, m_writer.get()};
+    const Reception::Services services{m_factories, m_events, m_streamNumbers, m_pools, m_writer.get()};
     for (const Source& source : m_options.sources) {
         const ReceiverSettings settings{source.url, m_options.networkInterface, m_options.port,
                                         m_options.clientOption};

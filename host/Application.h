@@ -77,8 +77,9 @@ private:
     ReceiverFactories m_factories;
     NetworkCounters m_counters;
     StreamNumbers m_streamNumbers{0};
+    MediaPools m_pools;
     std::vector<Entry> m_entries;
-    // After the receptions, so that it ends before them: its queue holds buffers of their pools.
+    // After the pools, so that it ends before them: its queue holds their buffers.
     std::unique_ptr<OutputWriter> m_writer;
     std::map<const ReceivedStream*, Meter> m_meters;
     std::optional<Clock::time_point> m_receivingSince;

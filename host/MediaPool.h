@@ -1,8 +1,9 @@
 #pragma once
 
 // The buffers that kvreceive lends to the module: surfaces for video and transport streams, sample buffers
-// for audio. Each stream has a pool of its own. A buffer goes back to its pool with its last reference and
-// keeps its memory, so that nothing is allocated once the stream's sizes have been seen.
+// for audio. All streams share them, so that the next access unit goes where the last one lay, which is still
+// in the cache. A buffer goes back to its pool with its last reference and keeps its memory, so that nothing
+// is allocated once the streams' sizes have been seen.
 //
 // A pool must outlive its buffers. Every operation may be called from any thread.
 
@@ -161,8 +162,8 @@ template <class Buffer>
 class MediaPool {
 public:
     // Buffers beyond these wait for nobody: they are freed as they come back.
-    static constexpr std::size_t mostFree = 64;
-    static constexpr std::uint64_t mostFreeBytes = 1U << 20U;
+    static constexpr std::size_t mostFree = 256;
+    static constexpr std::uint64_t mostFreeBytes = 4U << 20U;
     static constexpr std::size_t alwaysKept = 2;
 
     MediaPool() { m_free.reserve(mostFree); }
@@ -215,6 +216,12 @@ private:
     mutable std::mutex m_lock;
     std::vector<std::unique_ptr<Buffer>> m_free;
     std::uint64_t m_freeBytes = 0;
+};
+
+// What a run lends.
+struct MediaPools {
+    MediaPool<Surface> surfaces;
+    MediaPool<AudioSamples> samples;
 };
 
 } // namespace KorvelVideo::Host

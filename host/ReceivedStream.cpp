@@ -53,7 +53,7 @@ HRESULT ReceivedStream::acceptStatus(HRESULT status) noexcept {
 }
 
 HRESULT VideoStream::ProvideVideoSurface(std::uint32_t bufferSizeToAskFor, IKvSurface** surface) {
-    return lend(m_pool, bufferSizeToAskFor, surface);
+    return lend(m_pools.surfaces, bufferSizeToAskFor, surface);
 }
 
 HRESULT VideoStream::DeliverVideoSurface(IKvSurface* surface) {
@@ -61,7 +61,7 @@ HRESULT VideoStream::DeliverVideoSurface(IKvSurface* surface) {
 }
 
 HRESULT AudioStream::ProvideAudioSamples(std::uint32_t bufferSizeToAskFor, IKvAudioSamples** samples) {
-    return lend(m_pool, bufferSizeToAskFor, samples);
+    return lend(m_pools.samples, bufferSizeToAskFor, samples);
 }
 
 HRESULT AudioStream::DeliverAudioSamples(IKvAudioSamples* samples) {

@@ -23,14 +23,14 @@ struct StreamCounts {
 };
 
 // The sinks are called on the module's threads, one call at a time for each stream; everything else may be
-// called from any thread. Sinks must outlive the receiver, and their buffers must have been given back, so
-// the order of ends is: receiver, OutputWriter::close, stream.
+// called from any thread. Sinks must outlive the receiver, and the pools the last of their buffers, so the
+// order of ends is: receiver, stream and OutputWriter::close, pools.
 class ReceivedStream {
 public:
     ReceivedStream(std::uint32_t number, std::uint32_t source, const StreamDescription& description,
-                   EventQueue& events, OutputWriter* writer)
-        : m_number(number), m_source(source), m_description(description), m_events(events), m_writer(writer) {
-    }
+                   EventQueue& events, MediaPools& pools, OutputWriter* writer)
+        : m_pools(pools), m_number(number), m_source(source), m_description(description), m_events(events),
+          m_writer(writer) {}
     ReceivedStream(const ReceivedStream&) = delete;
     ReceivedStream& operator=(const ReceivedStream&) = delete;
     virtual ~ReceivedStream() = default;
@@ -52,6 +52,8 @@ public:
 protected:
     HRESULT accept(MediaBuffer& unit) noexcept;
     HRESULT acceptStatus(HRESULT status) noexcept;
+
+    MediaPools& m_pools;
 
 private:
     const std::uint32_t m_number;
@@ -77,9 +79,6 @@ public:
     HRESULT ProvideVideoSurface(std::uint32_t bufferSizeToAskFor, IKvSurface** surface) override;
     HRESULT DeliverVideoSurface(IKvSurface* surface) override;
     HRESULT NotifyStatus(HRESULT status) override { return acceptStatus(status); }
-
-private:
-    MediaPool<Surface> m_pool;
 };
 
 // The sink of an AAC stream.
@@ -90,9 +89,6 @@ public:
     HRESULT ProvideAudioSamples(std::uint32_t bufferSizeToAskFor, IKvAudioSamples** samples) override;
     HRESULT DeliverAudioSamples(IKvAudioSamples* samples) override;
     HRESULT NotifyStatus(HRESULT status) override { return acceptStatus(status); }
-
-private:
-    MediaPool<AudioSamples> m_pool;
 };
 
 } // namespace KorvelVideo::Host

@@ -170,7 +170,7 @@ Stream* Reception::addStream(IKvNetworkReceiverStreamInformation* information) n
     }
     try {
         auto stream = std::make_unique<Stream>(++m_services.streamNumbers, m_number, describe(*information),
-                                               m_services.events, m_services.writer);
+                                               m_services.events, m_services.pools, m_services.writer);
         Stream* sink = stream.get();
         createFile(*stream);
         {

@@ -36,6 +36,7 @@ public:
         const ReceiverFactories& factories;
         EventQueue& events;
         StreamNumbers& streamNumbers;
+        MediaPools& pools;
         OutputWriter* writer; // null: nothing is written
     };
 

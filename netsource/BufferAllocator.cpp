@@ -1,8 +1,9 @@
 #include "BufferAllocator.h"
 
 #include <algorithm>
-#include <functional>
+#include <mutex>
 #include <new>
+#include <utility>
 
 namespace KorvelVideo::NetworkSource {
 
@@ -13,43 +14,15 @@ constexpr std::int32_t kInvalidParameter = 2;
 
 } // namespace
 
-void BufferAllocator::AlignedDelete::operator()(std::uint8_t* memory) const noexcept {
-    ::operator delete[](memory, std::align_val_t{kAlignment});
-}
-
 BufferAllocator::BufferAllocator(std::uint32_t count, std::uint32_t limit, std::uint32_t bufferSize)
-    : m_count(count), m_limit(limit), m_bufferSize(bufferSize) {
-    addSlab();
+    : m_mostLent(std::max<std::size_t>(count, std::size_t{limit} * kLentPerLimit / bufferSize)),
+      m_limit(limit), m_bufferSize(bufferSize), m_store(BufferStore::shared(bufferSize)) {
+    m_lent.reserve(count);
 }
 
-void BufferAllocator::addSlab() {
-    const std::size_t size = std::size_t{m_count} * m_bufferSize;
-    Slab slab;
-    slab.lent.resize(m_count);
-    slab.memory.reset(static_cast<std::uint8_t*>(::operator new[](size, std::align_val_t{kAlignment})));
-    m_free.reserve((m_slabs.size() + 1) * m_count);
-    std::uint8_t* const memory = slab.memory.get();
-    const auto place = std::find_if(m_slabs.begin(), m_slabs.end(), [memory](const Slab& other) {
-        return std::less<>()(memory, other.memory.get());
-    });
-    m_slabs.insert(place, std::move(slab));
-    for (std::size_t index = m_count; index-- > 0;) {
-        m_free.push_back(memory + index * m_bufferSize);
-    }
-}
-
-BufferAllocator::Place BufferAllocator::find(const std::uint8_t* buffer) noexcept {
-    const auto after = std::find_if(m_slabs.begin(), m_slabs.end(), [buffer](const Slab& slab) {
-        return std::less<>()(buffer, slab.memory.get());
-    });
-    if (after == m_slabs.begin()) {
-        return {};
-    }
-    Slab& slab = *std::prev(after);
-    const std::uintptr_t offset =
-        reinterpret_cast<std::uintptr_t>(buffer) - reinterpret_cast<std::uintptr_t>(slab.memory.get());
-    const std::size_t index = offset / m_bufferSize;
-    return index < m_count && offset % m_bufferSize == 0 ? Place{&slab, index} : Place{};
+BufferAllocator::Lent::iterator BufferAllocator::find(const std::uint8_t* buffer) noexcept {
+    return std::find_if(m_lent.begin(), m_lent.end(),
+                        [buffer](const BufferStore::Buffer& lent) { return lent.get() == buffer; });
 }
 
 std::uint8_t* BufferAllocator::AllocateBuffer(std::uint32_t* capacity, void* /*reserved*/) {
@@ -57,39 +30,30 @@ std::uint8_t* BufferAllocator::AllocateBuffer(std::uint32_t* capacity, void* /*r
         return nullptr;
     }
     *capacity = 0;
-    const std::lock_guard lock(m_mutex);
-    if (m_free.empty()) {
-        const std::uint64_t grown = (m_slabs.size() + 1) * std::uint64_t{m_count} * m_bufferSize;
-        if (grown > std::max(m_limit * kLentPerLimit, std::uint64_t{m_count} * m_bufferSize)) {
-            return nullptr;
-        }
-        try {
-            addSlab();
-        } catch (const std::bad_alloc&) {
-            return nullptr;
-        }
+    const std::lock_guard lock(m_store->mutex());
+    if (m_lent.size() == m_mostLent) {
+        return nullptr;
     }
-    std::uint8_t* const buffer = m_free.back();
-    m_free.pop_back();
-    const Place place = find(buffer);
-    place.slab->lent[place.index] = true;
-    ++place.slab->lentCount;
+    try {
+        m_lent.push_back(m_store->take());
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
     *capacity = m_bufferSize;
-    return buffer;
+    return m_lent.back().get();
 }
 
 std::int32_t BufferAllocator::ConfirmBufferSize(std::uint8_t* buffer, std::uint32_t dataLength) {
-    const std::lock_guard lock(m_mutex);
-    return find(buffer).isLent() && dataLength <= m_bufferSize ? kOk : kInvalidParameter;
+    const std::lock_guard lock(m_store->mutex());
+    return find(buffer) != m_lent.end() && dataLength <= m_bufferSize ? kOk : kInvalidParameter;
 }
 
 void BufferAllocator::ReleaseBuffer(std::uint8_t* buffer) {
-    const std::lock_guard lock(m_mutex);
-    const Place place = find(buffer);
-    if (place.isLent()) {
-        place.slab->lent[place.index] = false;
-        --place.slab->lentCount;
-        m_free.push_back(buffer);
+    const std::lock_guard lock(m_store->mutex());
+    if (const auto place = find(buffer); place != m_lent.end()) {
+        m_store->putBack(std::move(*place));
+        *place = std::move(m_lent.back());
+        m_lent.pop_back();
     }
 }
 
@@ -97,20 +61,8 @@ std::int32_t BufferAllocator::Reset(std::uint32_t value) {
     if (value != 0) {
         return kInvalidParameter;
     }
-    const std::lock_guard lock(m_mutex);
-    const std::uint64_t slabSize = std::uint64_t{m_count} * m_bufferSize;
-    for (auto slab = m_slabs.begin(); slab != m_slabs.end();) {
-        const bool surplus = m_free.size() * std::uint64_t{m_bufferSize} >= m_limit + slabSize;
-        if (slab->lentCount != 0 || !surplus || m_slabs.size() == 1) {
-            ++slab;
-            continue;
-        }
-        const std::uint8_t* const begin = slab->memory.get();
-        std::erase_if(m_free, [begin, slabSize](const std::uint8_t* buffer) {
-            return !std::less<>()(buffer, begin) && std::less<>()(buffer, begin + slabSize);
-        });
-        slab = m_slabs.erase(slab);
-    }
+    const std::lock_guard lock(m_store->mutex());
+    m_store->trim(m_limit);
     return kOk;
 }
 

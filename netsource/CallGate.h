@@ -33,7 +33,7 @@ public:
     void close(const OnWait& onWait) {
         m_closed.store(true);
         std::unique_lock lock(m_mutex);
-        if (m_owner.load() == std::this_thread::get_id()) {
+        if (m_owner.load(std::memory_order_relaxed) == std::this_thread::get_id()) {
             return;
         }
         while (!m_left.wait_for(lock, std::chrono::seconds(1), [this] { return !m_inside.load(); })) {
@@ -49,9 +49,11 @@ private:
     std::condition_variable m_left;
 };
 
-inline CallGate::Pass::Pass(CallGate& gate) noexcept : m_gate(gate), m_nested(gate.m_inside.load()) {
+inline CallGate::Pass::Pass(CallGate& gate) noexcept
+    : m_gate(gate), m_nested(gate.m_inside.load(std::memory_order_relaxed)) {
     if (!m_nested) {
-        m_gate.m_owner.store(std::this_thread::get_id());
+        // Only this very thread can take it for its own, so it needs no order.
+        m_gate.m_owner.store(std::this_thread::get_id(), std::memory_order_relaxed);
         m_gate.m_inside.store(true);
     }
     m_open = !m_gate.m_closed.load();
@@ -61,7 +63,7 @@ inline CallGate::Pass::~Pass() {
     if (m_nested) {
         return;
     }
-    m_gate.m_owner.store({});
+    m_gate.m_owner.store({}, std::memory_order_relaxed);
     m_gate.m_inside.store(false);
     if (m_gate.m_closed.load()) {
         const std::lock_guard lock(m_gate.m_mutex);

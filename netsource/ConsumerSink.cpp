@@ -33,18 +33,22 @@ bool guard(const char* operation, const Call& call) noexcept {
 } // namespace
 
 ConsumerSink::ConsumerSink(std::shared_ptr<ConsumerTable> consumers, Clock clock)
-    : m_consumers(std::move(consumers)), m_clock(clock), m_rules(m_consumers->size()) {}
+    : m_consumers(std::move(consumers)), m_clock(clock) {
+    for (ConsumerEntry& entry : *m_consumers) {
+        m_streams.push_back({&entry, {}});
+    }
+}
 
 void ConsumerSink::close() noexcept {
     m_gate.close([] { KV_NET_LOG(error, kHostIsBusy); });
 }
 
-ConsumerEntry* ConsumerSink::takerOf(std::size_t stream) noexcept {
-    if (stream >= m_consumers->size()) {
+ConsumerEntry* ConsumerSink::takerOf(std::size_t stream) const noexcept {
+    if (stream >= m_streams.size()) {
         return nullptr;
     }
-    ConsumerEntry& entry = (*m_consumers)[stream];
-    return entry.consumer != nullptr && entry.enabled.load(std::memory_order_acquire) ? &entry : nullptr;
+    ConsumerEntry* const entry = m_streams[stream].entry;
+    return entry->consumer != nullptr && entry->enabled.load(std::memory_order_acquire) ? entry : nullptr;
 }
 
 namespace {
@@ -70,18 +74,18 @@ std::span<std::uint8_t> ConsumerSink::borrow(std::size_t stream) {
 void ConsumerSink::deliver(std::size_t stream, std::uint8_t* buffer, std::uint32_t length,
                            std::uint64_t timeStamp) {
     const CallGate::Pass pass(m_gate);
-    if (!pass || stream >= m_consumers->size()) {
+    if (!pass || stream >= m_streams.size()) {
         return;
     }
     // A consumer that was disabled meanwhile still gets its buffer back.
-    tellActivity(stream);
-    hand((*m_consumers)[stream], buffer, length, timeStamp, false);
+    tellActivity(m_streams[stream]);
+    hand(*m_streams[stream].entry, buffer, length, timeStamp, false);
 }
 
 void ConsumerSink::giveBack(std::size_t stream, std::uint8_t* buffer) {
     const CallGate::Pass pass(m_gate);
-    if (pass && stream < m_consumers->size()) {
-        hand((*m_consumers)[stream], buffer, 0, 0, true);
+    if (pass && stream < m_streams.size()) {
+        hand(*m_streams[stream].entry, buffer, 0, 0, true);
     }
 }
 
@@ -112,7 +116,7 @@ bool ConsumerSink::deliverCopy(std::size_t stream, std::span<const std::span<con
         }
     }
     if (complete && !m_unit.empty()) {
-        tellActivity(stream);
+        tellActivity(m_streams[stream]);
     }
     // After a stop from inside one of these calls the rest is left to the consumer's allocator to end.
     for (const LentBuffer& lent : m_unit) {
@@ -134,8 +138,8 @@ void ConsumerSink::hand(ConsumerEntry& entry, std::uint8_t* buffer, std::uint32_
     info.streamType = entry.streamType;
     info.discard = discard ? 1 : 0;
     if (!discard) {
-        entry.bytes.fetch_add(length, std::memory_order_relaxed);
-        entry.buffers.fetch_add(1, std::memory_order_relaxed);
+        entry.bytes.add(length);
+        entry.buffers.add(1);
     }
     guard("OnData", [&] { entry.consumer->OnData(&info); });
 }
@@ -146,13 +150,12 @@ void ConsumerSink::notify(ConsumerEntry& entry, _tagNetSourceNotifyType type) no
     }
 }
 
-void ConsumerSink::tellActivity(std::size_t stream) {
+void ConsumerSink::tellActivity(Stream& stream) {
     const Source::TimePoint now = m_clock();
-    ConsumerEntry& entry = (*m_consumers)[stream];
-    entry.lastData.store(now.time_since_epoch().count(), std::memory_order_relaxed);
-    if (m_rules[stream].dataCame(now)) {
-        notify(entry, keNotifyActivity);
-        m_rules[stream].activityTold(m_clock());
+    stream.entry->lastData.store(now.time_since_epoch().count(), std::memory_order_relaxed);
+    if (stream.rule.dataCame(now)) {
+        notify(*stream.entry, keNotifyActivity);
+        stream.rule.activityTold(m_clock());
     }
     lookForSilence(now);
 }
@@ -162,9 +165,9 @@ void ConsumerSink::lookForSilence(Source::TimePoint now) {
         return;
     }
     m_silenceLooked = now;
-    for (std::size_t stream = 0; stream < m_rules.size(); ++stream) {
-        if (m_rules[stream].silenceBegan(now)) {
-            notify((*m_consumers)[stream], keNotifySilence);
+    for (Stream& stream : m_streams) {
+        if (stream.rule.silenceBegan(now)) {
+            notify(*stream.entry, keNotifySilence);
         }
     }
 }
@@ -180,7 +183,7 @@ void ConsumerSink::end(SourceEnd reason) {
     if (!pass) {
         return;
     }
-    for (std::size_t stream = 0; stream < m_consumers->size(); ++stream) {
+    for (std::size_t stream = 0; stream < m_streams.size(); ++stream) {
         if (ConsumerEntry* const entry = takerOf(stream)) {
             notify(*entry, reason == SourceEnd::endOfStream ? keNotifyEndOfStream : keNotifyDisconnected);
         }

@@ -31,22 +31,26 @@ public:
     void close() noexcept;
 
 private:
+    struct Stream {
+        ConsumerEntry* entry;
+        NotificationRule rule;
+    };
     struct LentBuffer {
         std::span<std::uint8_t> memory;
         std::uint32_t length = 0;
     };
 
-    [[nodiscard]] ConsumerEntry* takerOf(std::size_t stream) noexcept;
+    [[nodiscard]] ConsumerEntry* takerOf(std::size_t stream) const noexcept;
     void notify(ConsumerEntry& entry, MainConcept::NetworkStreaming::_tagNetSourceNotifyType type) noexcept;
-    void tellActivity(std::size_t stream);
+    void tellActivity(Stream& stream);
     void lookForSilence(Source::TimePoint now);
     void hand(ConsumerEntry& entry, std::uint8_t* buffer, std::uint32_t length, std::uint64_t timeStamp,
               bool discard) noexcept;
 
-    const std::shared_ptr<ConsumerTable> m_consumers;
+    const std::shared_ptr<ConsumerTable> m_consumers; // held for m_streams
     const Clock m_clock;
     CallGate m_gate;
-    std::vector<NotificationRule> m_rules; // one for each stream
+    std::vector<Stream> m_streams;
     Source::TimePoint m_silenceLooked{};
     std::vector<LentBuffer> m_unit; // the buffers of one access unit; keeps its memory
 };

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <deque>
 
+#include "Counter.h"
 #include "StreamingSdk.h"
 
 namespace KorvelVideo::NetworkSource {
@@ -17,8 +18,8 @@ struct ConsumerEntry {
     // Owned by the stream creator; null when the stream is not taken.
     MainConcept::NetworkStreaming::IMediaConsumer* const consumer;
     std::atomic<bool> enabled{false};
-    std::atomic<std::uint64_t> bytes{0};
-    std::atomic<std::uint64_t> buffers{0};
+    Counter bytes;
+    Counter buffers;
     std::atomic<std::int64_t> lastData{0}; // nanoseconds of the monotonic clock; 0: none yet
 };
 

@@ -15,6 +15,8 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kUsualPayloadSize = 7 * kTransportPacketSize;
 constexpr std::size_t kDatagramsToLearnFrom = 256;
+// Making ready for many costs more than asking again when more came than expected.
+constexpr std::size_t kFewestExpected = 8;
 // Of one receiver in one round, so that none keeps the others waiting.
 constexpr std::size_t kBatchesPerRound = 64;
 // A sink without buffers is asked again after this time.
@@ -25,22 +27,18 @@ std::uint64_t timeStampOf(Clock::time_point time) noexcept {
     return std::chrono::duration_cast<Unit>(time.time_since_epoch()).count();
 }
 
-void add(std::atomic<std::uint64_t>& counter, std::uint64_t value) noexcept {
-    counter.fetch_add(value, std::memory_order_relaxed);
-}
-
 } // namespace
 
-DatagramReceiver::DatagramReceiver(DatagramAddress::Framing framing, std::unique_ptr<DatagramSocket> socket,
+DatagramReceiver::DatagramReceiver(DatagramAddress::Framing framing, DatagramSocket socket,
                                    std::shared_ptr<SourceSink> sink, std::shared_ptr<Source> owner,
                                    SourceCounters& counters)
     : m_framing(framing), m_headerSize(framing == DatagramAddress::Framing::rtp ? kRtpFixedHeaderSize : 0),
-      m_socket(std::move(socket)), m_sink(std::move(sink)), m_owner(std::move(owner)), m_counters(counters),
-      m_reorder(counters), m_emit([this](std::span<const std::uint8_t> payload) { append(payload); }),
-      m_countedDrops(m_socket->drops()), m_slotSize(kUsualPayloadSize) {}
+      m_socket(std::move(socket)), m_sink(std::move(sink)), m_counters(counters),
+      m_countedDrops(m_socket.drops()), m_slotSize(kUsualPayloadSize), m_owner(std::move(owner)),
+      m_emit([this](std::span<const std::uint8_t> payload) { append(payload); }), m_reorder(counters) {}
 
-std::size_t DatagramReceiver::receive(DatagramBatch& batch) {
-    m_now = Clock::now();
+std::size_t DatagramReceiver::receive(DatagramBatch& batch, Source::TimePoint now) {
+    m_now = now;
     std::size_t bytes = 0;
     for (std::size_t batches = 0; batches < kBatchesPerRound; ++batches) {
         const bool drained = !receiveBatch(batch, bytes);
@@ -68,10 +66,11 @@ std::size_t DatagramReceiver::receive(DatagramBatch& batch) {
 bool DatagramReceiver::receiveBatch(DatagramBatch& batch, std::size_t& bytes) {
     const bool lent = borrow();
     const std::size_t slotSize = lent ? std::min(m_slotSize, m_buffer.size()) : m_slotSize;
-    const std::size_t wanted = std::min(lent ? m_buffer.size() / slotSize : DatagramBatch::kMaxDatagrams,
-                                        DatagramBatch::kMaxDatagrams);
+    const std::size_t wanted = lent ? std::min(m_buffer.size() / slotSize, m_expected) : m_expected;
     std::uint8_t* const target = lent ? m_buffer.data() : batch.scratch();
-    const std::size_t count = batch.receive(*m_socket, target, m_headerSize, slotSize, wanted);
+    const std::size_t count = batch.receive(m_socket, target, m_headerSize, slotSize, wanted);
+    m_expected = count == wanted ? DatagramBatch::kMaxDatagrams
+                                 : std::clamp(2 * count, kFewestExpected, DatagramBatch::kMaxDatagrams);
     if (count == 0) {
         return false;
     }
@@ -83,9 +82,9 @@ bool DatagramReceiver::receiveBatch(DatagramBatch& batch, std::size_t& bytes) {
         longest = std::max(longest, length);
     }
     bytes += batchBytes;
-    add(m_counters.packets, count);
+    m_counters.packets.add(count);
     if (!lent) {
-        add(m_counters.unbuffered, batchBytes);
+        m_counters.unbuffered.add(batchBytes);
         m_reorder.reset();
         return count == wanted;
     }
@@ -160,7 +159,7 @@ void DatagramReceiver::takeDatagram(std::span<const std::uint8_t> datagram) {
         packet = parseRtpPacket(datagram.first<kRtpFixedHeaderSize>(), datagram.subspan(kRtpFixedHeaderSize));
     }
     if (!packet || packet->payloadType != kRtpPayloadTypeTransportStream) {
-        add(m_counters.damaged, 1);
+        m_counters.damaged.add(1);
         return;
     }
     m_reorder.push(*packet, m_now, m_emit);
@@ -169,7 +168,7 @@ void DatagramReceiver::takeDatagram(std::span<const std::uint8_t> datagram) {
 void DatagramReceiver::append(std::span<const std::uint8_t> payload) {
     while (!payload.empty() && !m_finished) {
         if (!borrow()) {
-            add(m_counters.unbuffered, payload.size());
+            m_counters.unbuffered.add(payload.size());
             return;
         }
         const std::size_t room = m_buffer.size() - m_appended;
@@ -192,7 +191,7 @@ void DatagramReceiver::deliverAppended() {
     const std::span<std::uint8_t> buffer = std::exchange(m_buffer, {});
     const std::uint64_t errors = m_continuity.check(buffer.first(length));
     if (errors != 0) {
-        add(m_counters.continuityErrors, errors);
+        m_counters.continuityErrors.add(errors);
     }
     m_sink->deliver(0, buffer.data(), static_cast<std::uint32_t>(length), timeStampOf(m_now));
 }
@@ -210,13 +209,13 @@ void DatagramReceiver::learnSize(std::size_t longest, std::size_t count) noexcep
 }
 
 void DatagramReceiver::countDrops() noexcept {
-    const std::uint64_t drops = m_socket->drops();
-    if (drops != m_countedDrops && m_counters.kernelDrops.load() == 0) {
+    const std::uint64_t drops = m_socket.drops();
+    if (drops != m_countedDrops && m_counters.kernelDrops == 0) {
         KV_NET_LOG(questionable, "The system dropped " + std::to_string(drops - m_countedDrops) +
                                      " datagrams: the socket buffer of " +
-                                     std::to_string(m_socket->receiveBufferSize()) + " bytes was full.");
+                                     std::to_string(m_socket.receiveBufferSize()) + " bytes was full.");
     }
-    add(m_counters.kernelDrops, drops - m_countedDrops);
+    m_counters.kernelDrops.add(drops - m_countedDrops);
     m_countedDrops = drops;
     m_dropsCounted = m_now;
 }
@@ -224,7 +223,7 @@ void DatagramReceiver::countDrops() noexcept {
 void DatagramReceiver::finish() noexcept {
     m_finished = true;
     countDrops();
-    m_socket->close();
+    m_socket.close();
     if (const std::span<std::uint8_t> buffer = std::exchange(m_buffer, {}); !buffer.empty()) {
         m_sink->giveBack(0, buffer.data());
     }

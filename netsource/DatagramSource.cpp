@@ -67,7 +67,7 @@ ClientStatus DatagramSource::start(const SourceParameters& /*parameters*/, std::
         socket->discardQueue();
     }
     m_pool = ReceivePool::shared();
-    auto receiver = std::make_shared<DatagramReceiver>(m_address.framing, std::move(socket), std::move(sink),
+    auto receiver = std::make_shared<DatagramReceiver>(m_address.framing, std::move(*socket), std::move(sink),
                                                        shared_from_this(), m_counters);
     if (!m_pool || !m_pool->add(receiver)) {
         KV_NET_LOG(error, m_url + ": the system has no resources left to wait for data.");

@@ -226,9 +226,9 @@ AvPacketPtr LibavReception::newPacket() const {
 }
 
 void LibavReception::deliver(const AVPacket& packet, SourceSink& sink, SourceCounters& counters) {
-    counters.packets.fetch_add(1, std::memory_order_relaxed);
+    counters.packets.add(1);
     const std::uint64_t missed = m_input.observations().missed;
-    counters.rtpLost.fetch_add(missed - m_missedCounted, std::memory_order_relaxed);
+    counters.rtpLost.add(missed - m_missedCounted);
     m_missedCounted = missed;
 
     const Stream& stream = m_streams[static_cast<std::size_t>(packet.stream_index)];
@@ -242,7 +242,7 @@ void LibavReception::deliver(const AVPacket& packet, SourceSink& sink, SourceCou
         stream.translator->configure({newConfiguration, newConfigurationSize});
     }
     if (stream.announced && stream.translator->deliver(mediaPacket(packet), *stream.announced, sink) > 0) {
-        counters.damaged.fetch_add(1, std::memory_order_relaxed);
+        counters.damaged.add(1);
     }
 }
 

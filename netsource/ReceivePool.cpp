@@ -29,28 +29,15 @@ constexpr int kWatchIntervals = 4;
 
 // Shared with the threads, which may outlive the pool by the rest of one call.
 struct ReceivePool::State {
-    struct Entry {
-        std::shared_ptr<Receiver> receiver;
-        std::uint64_t token = 0;
-        std::uint64_t servedRound = 0;
-        Clock::time_point servedAt{};
-        Clock::time_point lastData{};
-        microseconds interval = kLongestInterval;
-        bool quiet = true; // not in the rounds; its socket is waited for
-        bool busy = false;
-        bool removed = false;
-        std::thread::id servedBy;
-
-        void activate(Clock::time_point now);
-    };
-    using EntryPointer = std::shared_ptr<Entry>;
+    using ReceiverPointer = std::shared_ptr<Receiver>;
 
     void run();
-    [[nodiscard]] EntryPointer takeDue();
-    void serve(const EntryPointer& entry, DatagramBatch& batch, std::unique_lock<std::mutex>& lock);
+    [[nodiscard]] ReceiverPointer takeDue();
+    void serve(const ReceiverPointer& receiver, DatagramBatch& batch, std::unique_lock<std::mutex>& lock);
     void sleepAndBeginRound(std::unique_lock<std::mutex>& lock);
     void watch(std::unique_lock<std::mutex>& lock);
-    void schedule(Entry& entry, Clock::time_point now, std::size_t bytes);
+    void schedule(Receiver& receiver, Clock::time_point now, std::size_t bytes);
+    static void activate(Receiver& receiver, Clock::time_point now);
     [[nodiscard]] bool isLate() const noexcept;
     void activateReady(const std::vector<std::uint64_t>& tokens);
 
@@ -59,14 +46,14 @@ struct ReceivePool::State {
     std::condition_variable left;    // a receiver was left
     std::condition_variable wanted;  // another thread may be of use
     std::condition_variable flowing; // data flows again
-    std::vector<EntryPointer> entries;
+    std::vector<ReceiverPointer> receivers;
     std::vector<std::uint64_t> ready; // of the sleeping thread
     std::uint64_t nextToken = 0;
     std::uint64_t round = 1;
     Clock::time_point roundBegin{};
     Clock::time_point nextFullRound{};
     microseconds interval = kLongestInterval;
-    std::size_t cursor = 0; // entries before it have been served in this round
+    std::size_t cursor = 0; // receivers before it have been served in this round
     bool fullRound = false; // quiet receivers take part
     bool sleeping = false;  // one thread sleeps until the next round
     bool idle = false;      // it does so until data comes
@@ -119,13 +106,11 @@ ReceivePool::~ReceivePool() {
 
 bool ReceivePool::add(std::shared_ptr<Receiver> receiver) {
     const std::lock_guard lock(m_state->mutex);
-    auto entry = std::make_shared<State::Entry>();
-    entry->token = m_state->nextToken++;
-    entry->servedAt = Clock::now();
-    entry->receiver = std::move(receiver);
-    m_state->entries.push_back(entry);
-    if (!m_state->waiter.add(entry->receiver->socket(), entry->token)) {
-        m_state->entries.pop_back();
+    receiver->m_membership.token = m_state->nextToken++;
+    receiver->m_membership.servedAt = Clock::now();
+    m_state->receivers.push_back(receiver);
+    if (!m_state->waiter.add(receiver->socket(), receiver->m_membership.token)) {
+        m_state->receivers.pop_back();
         return false;
     }
     m_state->wanted.notify_all();
@@ -134,23 +119,25 @@ bool ReceivePool::add(std::shared_ptr<Receiver> receiver) {
 
 void ReceivePool::remove(const Receiver& receiver) {
     std::unique_lock lock(m_state->mutex);
-    auto& entries = m_state->entries;
-    const auto place =
-        std::find_if(entries.begin(), entries.end(), [&receiver](const State::EntryPointer& entry) {
-            return entry->receiver.get() == &receiver;
-        });
-    if (place == entries.end()) {
+    auto& receivers = m_state->receivers;
+    const auto place = std::find_if(receivers.begin(), receivers.end(), [&receiver](const auto& candidate) {
+        return candidate.get() == &receiver;
+    });
+    if (place == receivers.end()) {
         return;
     }
-    const State::EntryPointer entry = *place;
-    const auto index = static_cast<std::size_t>(place - entries.begin());
-    entries.erase(place);
+    const State::ReceiverPointer removed = *place;
+    const auto index = static_cast<std::size_t>(place - receivers.begin());
+    receivers.erase(place);
     if (index < m_state->cursor) {
         --m_state->cursor;
     }
-    entry->removed = true;
-    m_state->waiter.remove(entry->receiver->socket());
-    const auto isLeft = [&entry] { return !entry->busy || entry->servedBy == std::this_thread::get_id(); };
+    Receiver::Membership& membership = removed->m_membership;
+    membership.removed = true;
+    m_state->waiter.remove(removed->socket());
+    const auto isLeft = [&membership] {
+        return !membership.busy || membership.servedBy == std::this_thread::get_id();
+    };
     while (!m_state->left.wait_for(lock, std::chrono::seconds(1), isLeft)) {
         lock.unlock();
         KV_NET_LOG(error, kHostIsBusy);
@@ -176,8 +163,8 @@ void ReceivePool::State::run() {
     DatagramBatch batch;
     std::unique_lock lock(mutex);
     while (!ending) {
-        if (const EntryPointer entry = takeDue()) {
-            serve(entry, batch, lock);
+        if (const ReceiverPointer receiver = takeDue()) {
+            serve(receiver, batch, lock);
         } else if (!sleeping) {
             sleepAndBeginRound(lock);
         } else {
@@ -186,22 +173,23 @@ void ReceivePool::State::run() {
     }
 }
 
-ReceivePool::State::EntryPointer ReceivePool::State::takeDue() {
-    for (; cursor < entries.size(); ++cursor) {
-        const EntryPointer& entry = entries[cursor];
-        if (!entry->busy && entry->servedRound != round && (fullRound || !entry->quiet)) {
-            return entries[cursor++];
+ReceivePool::State::ReceiverPointer ReceivePool::State::takeDue() {
+    for (; cursor < receivers.size(); ++cursor) {
+        const Receiver::Membership& membership = receivers[cursor]->m_membership;
+        if (!membership.busy && membership.servedRound != round && (fullRound || !membership.quiet)) {
+            return receivers[cursor++];
         }
     }
     return nullptr;
 }
 
-void ReceivePool::State::serve(const EntryPointer& entry, DatagramBatch& batch,
+void ReceivePool::State::serve(const ReceiverPointer& receiver, DatagramBatch& batch,
                                std::unique_lock<std::mutex>& lock) {
-    entry->busy = true;
-    entry->servedRound = round;
-    entry->servedBy = std::this_thread::get_id();
-    if (!watching && entries.size() > 1) { // this call may take long, so somebody must look in
+    Receiver::Membership& membership = receiver->m_membership;
+    membership.busy = true;
+    membership.servedRound = round;
+    membership.servedBy = std::this_thread::get_id();
+    if (!watching && receivers.size() > 1) { // this call may take long, so somebody must look in
         wanted.notify_one();
     }
     lock.unlock();
@@ -209,43 +197,45 @@ void ReceivePool::State::serve(const EntryPointer& entry, DatagramBatch& batch,
     const Clock::time_point now = Clock::now();
     std::size_t bytes = 0;
     try {
-        bytes = entry->receiver->receive(batch);
+        bytes = receiver->receive(batch, now);
     } catch (const std::exception& failure) { // no memory
         KV_NET_LOG(error, std::string("Data was lost: ") + failure.what());
     }
 
     lock.lock();
-    entry->busy = false;
-    if (entry->removed) {
+    membership.busy = false;
+    if (membership.removed) {
         left.notify_all();
         return;
     }
-    schedule(*entry, now, bytes);
-    if (idle && !entry->quiet) {
+    schedule(*receiver, now, bytes);
+    if (idle && !membership.quiet) {
         waiter.wake();
     }
 }
 
-void ReceivePool::State::Entry::activate(Clock::time_point now) {
-    lastData = now;
-    if (quiet) {
-        quiet = false;
-        interval = intervalFor(kFirstRate * kLongestInterval.count(), kLongestInterval,
-                               receiver->socket().receiveBufferSize());
+void ReceivePool::State::activate(Receiver& receiver, Clock::time_point now) {
+    Receiver::Membership& membership = receiver.m_membership;
+    membership.lastData = now;
+    if (membership.quiet) {
+        membership.quiet = false;
+        membership.interval = intervalFor(kFirstRate * kLongestInterval.count(), kLongestInterval,
+                                          receiver.socket().receiveBufferSize());
     }
 }
 
-void ReceivePool::State::schedule(Entry& entry, Clock::time_point now, std::size_t bytes) {
-    const auto elapsed = std::max(duration_cast<microseconds>(now - entry.servedAt), kShortestInterval);
-    entry.servedAt = now;
+void ReceivePool::State::schedule(Receiver& receiver, Clock::time_point now, std::size_t bytes) {
+    Receiver::Membership& membership = receiver.m_membership;
+    const auto elapsed = std::max(duration_cast<microseconds>(now - membership.servedAt), kShortestInterval);
+    membership.servedAt = now;
     if (bytes != 0) {
-        entry.activate(now);
+        activate(receiver, now);
         // Shorter at once, longer only by and by.
-        entry.interval = std::min(intervalFor(bytes, elapsed, entry.receiver->socket().receiveBufferSize()),
-                                  entry.interval + entry.interval / 8);
-    } else if (!entry.quiet && now - entry.lastData >= kQuietAfter) {
-        entry.quiet = true;
-        waiter.rearm(entry.receiver->socket(), entry.token);
+        membership.interval = std::min(intervalFor(bytes, elapsed, receiver.socket().receiveBufferSize()),
+                                       membership.interval + membership.interval / 8);
+    } else if (!membership.quiet && now - membership.lastData >= kQuietAfter) {
+        membership.quiet = true;
+        waiter.rearm(receiver.socket(), membership.token);
     }
 }
 
@@ -254,11 +244,12 @@ void ReceivePool::State::sleepAndBeginRound(std::unique_lock<std::mutex>& lock) 
     bool anyQuiet = false;
     idle = true;
     interval = kLongestInterval;
-    for (const EntryPointer& entry : entries) {
-        anyQuiet = anyQuiet || entry->quiet;
-        if (!entry->quiet && !entry->busy) {
+    for (const ReceiverPointer& receiver : receivers) {
+        const Receiver::Membership& membership = receiver->m_membership;
+        anyQuiet = anyQuiet || membership.quiet;
+        if (!membership.quiet && !membership.busy) {
             idle = false;
-            interval = std::min(interval, entry->interval);
+            interval = std::min(interval, membership.interval);
         }
     }
     sleeping = true;
@@ -296,9 +287,9 @@ void ReceivePool::State::activateReady(const std::vector<std::uint64_t>& tokens)
     if (tokens.empty()) {
         return;
     }
-    for (const EntryPointer& entry : entries) {
-        if (std::find(tokens.begin(), tokens.end(), entry->token) != tokens.end()) {
-            entry->activate(roundBegin);
+    for (const ReceiverPointer& receiver : receivers) {
+        if (std::find(tokens.begin(), tokens.end(), receiver->m_membership.token) != tokens.end()) {
+            activate(*receiver, roundBegin);
         }
     }
 }
@@ -310,12 +301,12 @@ bool ReceivePool::State::isLate() const noexcept {
 // Stands by until the calling thread is of use. While there is more than one receiver and data flows, one of
 // the threads that stand by looks in from time to time.
 void ReceivePool::State::watch(std::unique_lock<std::mutex>& lock) {
-    if (watching || entries.size() < 2) {
+    if (watching || receivers.size() < 2) {
         wanted.wait(lock);
         return;
     }
     watching = true;
-    while (!ending && !isLate() && entries.size() > 1) {
+    while (!ending && !isLate() && receivers.size() > 1) {
         flowing.wait_for(lock,
                          idle ? duration_cast<microseconds>(kIdleInterval) : kWatchIntervals * interval);
     }

@@ -39,10 +39,26 @@ public:
     class Receiver {
     public:
         virtual ~Receiver() = default;
-        // Reads what the socket has queued. On a thread of the pool's, never on two at a time. Returns how
-        // many bytes came.
-        virtual std::size_t receive(DatagramBatch& batch) = 0;
+        // Reads what the socket has queued at `now`. On a thread of the pool's, never on two at a time.
+        // Returns how many bytes came.
+        virtual std::size_t receive(DatagramBatch& batch, TimePoint now) = 0;
         [[nodiscard]] virtual DatagramSocket& socket() noexcept = 0;
+
+    private:
+        friend class ReceivePool;
+        // Guarded by the pool's lock. It lies in the receiver because both are needed in each round.
+        struct Membership {
+            std::uint64_t token = 0;
+            std::uint64_t servedRound = 0;
+            TimePoint servedAt{};
+            TimePoint lastData{};
+            std::chrono::microseconds interval = kLongestInterval;
+            std::thread::id servedBy;
+            bool quiet = true; // not in the rounds; its socket is waited for
+            bool busy = false;
+            bool removed = false;
+        };
+        Membership m_membership;
     };
 
     // The pool of the process; it ends with its last holder. Null when the system gives no resources for it.

@@ -11,10 +11,6 @@ int distanceOf(std::uint16_t from, std::uint16_t to) noexcept {
     return static_cast<std::int16_t>(static_cast<std::uint16_t>(to - from));
 }
 
-void add(std::atomic<std::uint64_t>& counter, std::uint64_t value) noexcept {
-    counter.fetch_add(value, std::memory_order_relaxed);
-}
-
 } // namespace
 
 void RtpReorderBuffer::reset() noexcept {
@@ -61,7 +57,7 @@ void RtpReorderBuffer::push(const RtpPacket& packet, TimePoint now, const Emit& 
         return;
     }
     if (distance < 0 || distance >= kMaxDropout) {
-        add(m_counters.rtpDuplicates, 1);
+        m_counters.rtpDuplicates.add(1);
         return;
     }
     while (m_held != 0 && (distance >= static_cast<int>(kMaxPackets) ||
@@ -70,12 +66,12 @@ void RtpReorderBuffer::push(const RtpPacket& packet, TimePoint now, const Emit& 
         emitReady(emit);
         distance = distanceOf(m_next, packet.sequenceNumber);
         if (distance < 0) { // emitted meanwhile: it had come before
-            add(m_counters.rtpDuplicates, 1);
+            m_counters.rtpDuplicates.add(1);
             return;
         }
     }
     if (distance >= static_cast<int>(kMaxPackets)) { // nothing waits: the gap is too long to wait for
-        add(m_counters.rtpLost, static_cast<std::uint64_t>(distance));
+        m_counters.rtpLost.add(static_cast<std::uint64_t>(distance));
         m_next = packet.sequenceNumber;
         distance = 0;
     }
@@ -84,7 +80,7 @@ void RtpReorderBuffer::push(const RtpPacket& packet, TimePoint now, const Emit& 
         return;
     }
     if (m_held != 0) {
-        add(m_counters.rtpReordered, 1);
+        m_counters.rtpReordered.add(1);
     }
     ++m_next;
     emit(packet.payload);
@@ -94,11 +90,11 @@ void RtpReorderBuffer::push(const RtpPacket& packet, TimePoint now, const Emit& 
 void RtpReorderBuffer::hold(const RtpPacket& packet, TimePoint now) {
     Slot& slot = slotOf(packet.sequenceNumber);
     if (slot.used) {
-        add(m_counters.rtpDuplicates, 1);
+        m_counters.rtpDuplicates.add(1);
         return;
     }
     if (m_held != 0 && distanceOf(m_highest, packet.sequenceNumber) < 0) {
-        add(m_counters.rtpReordered, 1);
+        m_counters.rtpReordered.add(1);
     } else {
         m_highest = packet.sequenceNumber;
     }
@@ -127,7 +123,7 @@ void RtpReorderBuffer::skipGap() noexcept {
         ++m_next;
         ++lost;
     }
-    add(m_counters.rtpLost, lost);
+    m_counters.rtpLost.add(lost);
 }
 
 void RtpReorderBuffer::flush(const Emit& emit) {

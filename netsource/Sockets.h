@@ -9,6 +9,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "StreamingSdk.h"
@@ -55,6 +56,9 @@ public:
     static constexpr std::uint32_t kReceiveBufferSize = 4U << 20;
 
     DatagramSocket() = default;
+    DatagramSocket(DatagramSocket&& other) noexcept
+        : m_handle(std::exchange(other.m_handle, kNone)), m_receiveBufferSize(other.m_receiveBufferSize),
+          m_lastDrops(other.m_lastDrops), m_drops(other.m_drops) {}
     DatagramSocket(const DatagramSocket&) = delete;
     DatagramSocket& operator=(const DatagramSocket&) = delete;
     ~DatagramSocket() { close(); }

@@ -6,7 +6,6 @@
 // std::shared_ptr, because a thread that serves one may outlive the client for a moment (a host may stop and
 // release a receiver from inside its own callback, and name resolution cannot be interrupted).
 
-#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -15,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "Counter.h"
 #include "StreamingSdk.h"
 
 namespace KorvelVideo::NetworkSource {
@@ -41,14 +41,14 @@ struct SourceParameters {
 
 // What a source loses or mends, counted where it happens. Written by the source, read from any thread.
 struct SourceCounters {
-    std::atomic<std::uint64_t> packets{0};       // datagrams, or packets of a demuxer
-    std::atomic<std::uint64_t> kernelDrops{0};   // datagrams the system dropped: socket buffer full
-    std::atomic<std::uint64_t> damaged{0};       // datagrams or packets left out because they are malformed
-    std::atomic<std::uint64_t> rtpLost{0};       // sequence numbers that never came
-    std::atomic<std::uint64_t> rtpReordered{0};  // packets put back into order
-    std::atomic<std::uint64_t> rtpDuplicates{0}; // packets dropped because they had come before, or too late
-    std::atomic<std::uint64_t> continuityErrors{0}; // transport stream continuity counter jumps
-    std::atomic<std::uint64_t> unbuffered{0};       // bytes left out because the consumer lent no buffer
+    Counter packets;          // datagrams, or packets of a demuxer
+    Counter kernelDrops;      // datagrams the system dropped: socket buffer full
+    Counter damaged;          // datagrams or packets left out because they are malformed
+    Counter rtpLost;          // sequence numbers that never came
+    Counter rtpReordered;     // packets put back into order
+    Counter rtpDuplicates;    // packets dropped because they had come before, or too late
+    Counter continuityErrors; // transport stream continuity counter jumps
+    Counter unbuffered;       // bytes left out because the consumer lent no buffer
 };
 
 enum class SourceEnd {

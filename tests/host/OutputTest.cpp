@@ -100,19 +100,23 @@ TEST(MediaPool, LendsWhatWasAskedFor) {
 }
 
 TEST(MediaPool, KeepsALimitedAmountForLater) {
-    const std::pair<std::uint32_t, std::size_t> rows[] = {
-        {100, MediaPool<Surface>::mostFree}, {65536, 16}, {4'000'000, 2}};
-    for (const auto& [size, kept] : rows) {
+    struct Row {
+        std::uint32_t size;
+        std::size_t lent;
+        std::size_t kept;
+    };
+    for (const Row& row :
+         {Row{100, 300, MediaPool<Surface>::mostFree}, {65536, 100, 64}, {4'000'000, 10, 2}}) {
         MediaPool<Surface> pool;
-        std::vector<Surface*> lent(100);
+        std::vector<Surface*> lent(row.lent);
         for (int again = 0; again < 2; ++again) {
             for (Surface*& surface : lent) {
-                surface = pool.lend(size);
+                surface = pool.lend(row.size);
             }
             for (Surface* surface : lent) {
                 surface->Release();
             }
-            EXPECT_EQ(pool.freeCount(), kept) << size;
+            EXPECT_EQ(pool.freeCount(), row.kept) << row.size;
         }
     }
 }

@@ -70,6 +70,25 @@ TEST_F(BufferAllocator, IgnoresWhatIsNotLent) {
     }
 }
 
+TEST_F(BufferAllocator, SharesFreeBuffersAndNothingElse) {
+    const auto makeAllocator = [] {
+        return std::unique_ptr<MainConcept::NetworkStreaming::SdkBufferAllocator>(
+            CreateBufferAllocator(2, 8, 0x100000, 0x10000, 1, nullptr));
+    };
+    std::uint8_t* const buffer = take();
+    auto other = makeAllocator();
+    EXPECT_NE(other->ConfirmBufferSize(buffer, 1), 0);
+    other->ReleaseBuffer(buffer);
+    EXPECT_EQ(m_allocator->ConfirmBufferSize(buffer, 1), 0) << "still lent";
+    m_allocator->ReleaseBuffer(buffer);
+    std::uint32_t capacity = 0;
+    EXPECT_EQ(other->AllocateBuffer(&capacity, nullptr), buffer) << "the last one given back, whoever had it";
+    other.reset();
+    other = makeAllocator();
+    EXPECT_NE(m_allocator->ConfirmBufferSize(buffer, 1), 0);
+    EXPECT_NE(take(), nullptr);
+}
+
 TEST_F(BufferAllocator, ServesThreads) {
     std::vector<std::thread> threads;
     for (std::uint8_t index = 0; index < 4; ++index) {
