@@ -28,6 +28,8 @@ public:
     [[nodiscard]] bool nothingToReceive() const;
     // The streams that are received, in the demuxer's order. Logs those that are left out.
     [[nodiscard]] std::vector<ElementaryStream> announcements();
+    // Of the sender, received or not.
+    [[nodiscard]] std::size_t streamCount() const noexcept { return m_streams.size(); }
     [[nodiscard]] bool gotPackets() const noexcept { return m_gotPackets; }
 
     // Ties the demuxer's streams to the announced ones, each to the first free one of its type.

@@ -97,6 +97,7 @@ private:
         ClientStatus status = keClientTimedOut;
         std::string failure = "timed out";
         std::vector<ElementaryStream> streams;
+        std::size_t streamCount = 0;
         std::unique_ptr<LibavReception> reception;
     };
 
@@ -112,6 +113,7 @@ private:
     const std::string m_address;
     const Protocol m_protocol;
     std::vector<ElementaryStream> m_streams;
+    std::size_t m_streamCount = 0; // of the sender, received or not
     std::mutex m_openedMutex;
     std::unique_ptr<LibavReception> m_opened; // RTMP: for the first round
 };
@@ -156,10 +158,13 @@ LibavInput::Request LibavSource::request(const SourceParameters& parameters, Tra
             request.options.emplace_back("initial_pause", "1");
         }
         if (parameters.localPort != 0) {
-            // One pair a stream, from the port on. libavformat takes a random first pair of wider ranges.
-            const unsigned base = parameters.localPort;
+            // One pair a stream, from the port on. In a range for more than three pairs libavformat takes a
+            // random first one out of the lower half.
+            const std::size_t base = parameters.localPort;
+            const std::size_t ports = m_streamCount <= 3 ? 6 : 4 * m_streamCount;
             request.options.emplace_back("min_port", std::to_string(base));
-            request.options.emplace_back("max_port", std::to_string(std::min(base + 3, 65535U)));
+            request.options.emplace_back("max_port",
+                                         std::to_string(std::min<std::size_t>(base + ports - 1, 65535)));
         }
         break;
     case Protocol::rtmp:
@@ -196,6 +201,7 @@ LibavSource::Description LibavSource::describeInput(const SourceParameters& para
     result.failure = reception->failure();
     if (result.status == keClientOk) {
         result.streams = reception->announcements();
+        result.streamCount = reception->streamCount();
         result.reception = std::move(reception);
     }
     return result;
@@ -203,7 +209,7 @@ LibavSource::Description LibavSource::describeInput(const SourceParameters& para
 
 LibavSource::Description LibavSource::describe(const SourceParameters& parameters, TimePoint deadline) const {
     if (m_protocol != Protocol::description && !resolves(hostOf(m_address))) {
-        return {keClientUnknownHost, "the host is unknown", {}, nullptr};
+        return {keClientUnknownHost, "the host is unknown", {}, 0, nullptr};
     }
     if (m_protocol == Protocol::rtsp) {
         Description fromServer = describeInput(parameters, Purpose::describe, deadline);
@@ -230,6 +236,7 @@ ClientStatus LibavSource::open(const SourceParameters& parameters, TimePoint dea
         return result.status;
     }
     m_streams = std::move(result.streams);
+    m_streamCount = result.streamCount;
     if (m_protocol == Protocol::rtmp) {
         const std::lock_guard lock(m_openedMutex);
         m_opened = std::move(result.reception);

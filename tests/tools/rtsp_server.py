@@ -4,7 +4,8 @@
 usage: rtsp_server.py PORT FILE [PROTOCOLS [USER PASSWORD]]
 
 PROTOCOLS: "any" (default) or "tcp" (refuses UDP). With a user, /clip asks for digest authentication.
-Paths: /clip, /bare (the description lacks the H.264 parameter sets, which come in band instead).
+Paths: /clip, /bare (the description lacks the H.264 parameter sets, which come in band instead), /speech (a
+second audio stream beside those of /clip, in G.711).
 Prints "ready" when it accepts connections. Each session plays the file from its start.
 """
 import sys
@@ -17,7 +18,7 @@ gi.require_version("GstRtspServer", "1.0")
 from gi.repository import GLib, Gst, GstRtsp, GstRtspServer  # noqa: E402
 
 
-def factory(path, bare, protocols):
+def factory(path, bare, protocols, more=""):
     # A description without parameter sets: the payloader's caps are replaced by ones that lack them.
     video = "rtph264pay name=pay0 pt=96"
     if bare:
@@ -29,7 +30,7 @@ def factory(path, bare, protocols):
     media.set_launch(
         f"( filesrc location={path} ! matroskademux name=d "
         f"d. ! queue ! h264parse ! {video} "
-        f"d. ! queue ! aacparse ! rtpmp4gpay name=pay1 pt=97 )"
+        f"d. ! queue ! aacparse ! rtpmp4gpay name=pay1 pt=97 {more} )"
     )
     if protocols == "tcp":
         media.set_protocols(GstRtsp.RTSPLowerTrans.TCP)
@@ -59,6 +60,8 @@ def main():
         clip.set_permissions(permissions)
     mounts.add_factory("/clip", clip)
     mounts.add_factory("/bare", factory(path, True, protocols))
+    speech = "audiotestsrc num-buffers=50 ! mulawenc ! rtppcmupay name=pay2"
+    mounts.add_factory("/speech", factory(path, False, protocols, speech))
     if server.attach(None) == 0:
         sys.exit("the port is taken")
     print("ready", flush=True)
