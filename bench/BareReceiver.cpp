@@ -26,6 +26,7 @@ constexpr std::chrono::milliseconds kInterval{5};
 
 volatile std::sig_atomic_t ended = 0;
 
+// -1 when the port cannot be received on.
 int openSocket(std::uint16_t port) {
     const int file = socket(AF_INET, SOCK_DGRAM, 0);
     sockaddr_in local{};
@@ -35,11 +36,7 @@ int openSocket(std::uint16_t port) {
     if (setsockopt(file, SOL_SOCKET, SO_RCVBUFFORCE, &kSocketBuffer, sizeof(kSocketBuffer)) != 0) {
         setsockopt(file, SOL_SOCKET, SO_RCVBUF, &kSocketBuffer, sizeof(kSocketBuffer));
     }
-    if (bind(file, reinterpret_cast<const sockaddr*>(&local), sizeof(local)) != 0) {
-        std::perror("bind");
-        std::exit(3);
-    }
-    return file;
+    return bind(file, reinterpret_cast<const sockaddr*>(&local), sizeof(local)) == 0 ? file : -1;
 }
 
 class Batch {
@@ -77,9 +74,14 @@ int main(int argc, char** argv) {
         return 2;
     }
     std::signal(SIGINT, [](int) { ended = 1; });
-    std::vector<int> files;
-    for (int index = 0; index < std::atoi(argv[2]); ++index) {
-        files.push_back(openSocket(static_cast<std::uint16_t>(std::atoi(argv[1]) + index)));
+    std::vector<int> files(static_cast<std::size_t>(std::atoi(argv[2])));
+    auto port = static_cast<std::uint16_t>(std::atoi(argv[1]));
+    for (int& file : files) {
+        file = openSocket(port++);
+        if (file < 0) {
+            std::perror("bind");
+            return 3;
+        }
     }
     Batch batch;
     std::uint64_t bytes = 0;

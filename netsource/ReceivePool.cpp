@@ -106,10 +106,11 @@ ReceivePool::~ReceivePool() {
 
 bool ReceivePool::add(std::shared_ptr<Receiver> receiver) {
     const std::lock_guard lock(m_state->mutex);
-    receiver->m_membership.token = m_state->nextToken++;
-    receiver->m_membership.servedAt = Clock::now();
-    m_state->receivers.push_back(receiver);
-    if (!m_state->waiter.add(receiver->socket(), receiver->m_membership.token)) {
+    Receiver& added = *receiver;
+    added.m_membership.token = m_state->nextToken++;
+    added.m_membership.servedAt = Clock::now();
+    m_state->receivers.push_back(std::move(receiver));
+    if (!m_state->waiter.add(added.socket(), added.m_membership.token)) {
         m_state->receivers.pop_back();
         return false;
     }
