@@ -16,29 +16,12 @@ inline KorvelVideo::Network::BitReader readerOver(const std::vector<std::uint8_t
 // Writes bits, most significant first, for hand-made streams.
 class BitWriter {
 public:
-    BitWriter() = default;
-
     // Words between blanks: binary digits, x and hexadecimal digits, ue or se and the number in Exp-Golomb
     // code, "align" for zeros to the next byte. "3*" before a word, or before "(" and words up to ")",
     // repeats it.
     explicit BitWriter(const std::string& text) {
         std::istringstream words(text);
         write(words);
-    }
-
-    BitWriter& u(std::uint64_t value, int count) {
-        for (int i = count - 1; i >= 0; --i, ++m_count) {
-            if (m_count % 8 == 0) {
-                m_data.push_back(0);
-            }
-            m_data.back() = static_cast<std::uint8_t>(m_data.back() | (value >> i & 1) << (7 - m_count % 8));
-        }
-        return *this;
-    }
-
-    BitWriter& ue(std::uint64_t value) {
-        const int length = static_cast<int>(std::bit_width(value + 1));
-        return u(0, length - 1).u(value + 1, length);
     }
 
     // The last byte filled up with zeros.
@@ -54,8 +37,7 @@ private:
             const std::size_t star = word.find('*');
             int times = star == std::string::npos ? 1 : std::stoi(word);
             word.erase(0, star + 1);
-            const auto group = words.tellg();
-            for (; times > 0; --times) {
+            for (const auto group = words.tellg(); times > 0; --times) {
                 if (word == "(") {
                     words.seekg(group);
                     write(words);
@@ -68,18 +50,32 @@ private:
 
     void writeWord(const std::string& word) {
         if (word == "align") {
-            u(0, (8 - m_count % 8) % 8);
+            writeBits(0, (8 - m_count % 8) % 8);
         } else if (word.starts_with("ue")) {
-            ue(std::stoull(word.substr(2)));
+            writeCodeNumber(std::stoull(word.substr(2)));
         } else if (word.starts_with("se")) {
             const std::int64_t value = std::stoll(word.substr(2));
-            ue(static_cast<std::uint64_t>(value > 0 ? 2 * value - 1 : -2 * value));
+            writeCodeNumber(static_cast<std::uint64_t>(value > 0 ? 2 * value - 1 : -2 * value));
         } else {
-            const bool isHexadecimal = word.starts_with('x');
-            for (const char digit : word.substr(isHexadecimal ? 1 : 0)) {
-                u(static_cast<std::uint64_t>(digit <= '9' ? digit - '0' : digit - 'A' + 10),
-                  isHexadecimal ? 4 : 1);
+            const bool isBinary = word.front() != 'x';
+            for (const char digit : word.substr(isBinary ? 0 : 1)) {
+                writeBits(static_cast<std::uint64_t>(digit <= '9' ? digit - '0' : digit - 'A' + 10),
+                          isBinary ? 1 : 4);
             }
+        }
+    }
+
+    void writeCodeNumber(std::uint64_t number) {
+        writeBits(number + 1, 2 * static_cast<int>(std::bit_width(number + 1)) - 1);
+    }
+
+    void writeBits(std::uint64_t value, int count) {
+        for (int i = count - 1; i >= 0; --i, ++m_count) {
+            if (m_count % 8 == 0) {
+                m_data.push_back(0);
+            }
+            const std::uint64_t bit = i < 64 ? value >> i & 1 : 0;
+            m_data.back() = static_cast<std::uint8_t>(m_data.back() | bit << (7 - m_count % 8));
         }
     }
 };

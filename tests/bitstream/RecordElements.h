@@ -48,11 +48,10 @@ void add(Elements& elements, const std::string& names, const Values&... values) 
 inline void addHrd(Elements& to, const H264HrdParameters& r) {
     KV_ADD(to, r.cpb_cnt_minus1, r.bit_rate_scale, r.cpb_size_scale);
     for (std::uint32_t i = 0; i <= r.cpb_cnt_minus1; ++i) {
-        const std::string element = "[" + std::to_string(i) + "]";
-        to.emplace_back("bit_rate_value_minus1" + element, asValue(r.bit_rate_value_minus1[i]));
-        to.emplace_back("cpb_size_value_minus1" + element, asValue(r.cpb_size_value_minus1[i]));
-        to.emplace_back("cbr_flag" + element, asValue(r.cbr_flag[i]));
-        to.emplace_back("BitRate" + element, asValue(r.BitRate[i]));
+        const std::string at = "[" + std::to_string(i) + "] ";
+        add(to,
+            "bit_rate_value_minus1" + at + "cpb_size_value_minus1" + at + "cbr_flag" + at + "BitRate" + at,
+            r.bit_rate_value_minus1[i], r.cpb_size_value_minus1[i], r.cbr_flag[i], r.BitRate[i]);
     }
 }
 
@@ -88,50 +87,6 @@ inline void addProgram(Elements& to, const ProgramConfigElement& program) {
            program.valid_cc_element_tag_select, program.comment_field_bytes, program.comment_field_data);
 }
 
-inline void addSpecificConfigs(Elements& to, const AudioSpecificConfig& r) {
-    const GASpecificConfig& ga = r.gaConfig;
-    KV_ADD(to, ga.frameLengthFlag, ga.dependsOnCoreCoder, ga.coreCoderDelay, ga.extensionFlag);
-    addProgram(to, ga.programConfig);
-    KV_ADD(to, ga.layerNr, ga.numOfSubFrame, ga.layer_length, ga.aacSectionDataResilienceFlag,
-           ga.aacScalefactorDataResilienceFlag, ga.aacSpectralDataResilienceFlag, ga.extensionFlag3);
-    const CelpSpecificConfig& celp = r.celpConfig;
-    KV_ADD(to, celp.isBaseLayer, celp.ExcitationMode, celp.SampleRateMode, celp.FineRateControl,
-           celp.RPE_Configuration, celp.MPE_Configuration, celp.NumEnhLayers, celp.BandwidthScalabilityMode,
-           celp.isBWSLayer, celp.BWS_configuration, celp.CELP_BRS_id);
-    const ErrorResilientCelpSpecificConfig& er = r.erCelpConfig;
-    KV_ADD(to, er.isBaseLayer, er.ExcitationMode, er.SampleRateMode, er.FineRateControl,
-           er.SilenceCompression, er.RPE_Configuration, er.MPE_Configuration, er.NumEnhLayers,
-           er.BandwidthScalabilityMode, er.isBWSLayer, er.BWS_configuration, er.CELP_BRS_id);
-    const HvxcSpecificConfig& hvxc = r.hvxcConfig;
-    KV_ADD(to, hvxc.isBaseLayer, hvxc.HVXCvarMode, hvxc.HVXCrateMode, hvxc.extensionFlag);
-    const ErrorResilientHvxcSpecificConfig& erHvxc = r.erHvxcConfig;
-    KV_ADD(to, erHvxc.isBaseLayer, erHvxc.HVXCvarMode, erHvxc.HVXCrateMode, erHvxc.extensionFlag,
-           erHvxc.var_ScalableFlag);
-    const TTSSpecificConfig& tts = r.ttsConfig;
-    KV_ADD(to, tts.TTS_Sequence_ID, tts.Language_Code, tts.Gender_Enable, tts.Age_Enable,
-           tts.Speech_Rate_Enable, tts.Prosody_Enable, tts.Video_Enable, tts.Lip_Shape_Enable,
-           tts.Trick_Mode_Enable);
-    const StructuredAudioSpecificConfig& audio = r.structuredAudioConfig;
-    KV_ADD(to, audio.orchestraFiles, audio.scoreFiles, audio.midiFiles, audio.samples, audio.sampleBanks,
-           audio.symbolTables);
-    const ParametricSpecificConfig& para = r.parametricConfig;
-    KV_ADD(to, para.isBaseLayer, para.PARAmode, para.HVXCvarMode, para.HVXCrateMode, para.extensionFlag,
-           para.var_ScalableFlag, para.HILNquantMode, para.HILNmaxNumLine, para.HILNsampleRateCode,
-           para.HILNframeLength, para.HILNcontMode, para.PARAextensionFlag, para.HILNenhaLayer,
-           para.HILNenhaQuantMode);
-    const SSCSpecificConfig& ssc = r.sscConfig;
-    KV_ADD(to, ssc.decoder_level, ssc.update_rate, ssc.synthesis_method, ssc.mode_ext, ssc.reserved);
-    KV_ADD(to, r.mpeg12Extension, r.epConfig);
-    const ErrorProtectionSpecificConfig& ep = r.errorProtectionConfig;
-    KV_ADD(to, ep.number_of_predefined_set, ep.interleave_type, ep.bit_stuffing,
-           ep.number_of_concatenated_frame, ep.number_of_class, ep.length_escape, ep.rate_escape,
-           ep.crclen_escape, ep.concatenate_flag, ep.fec_type, ep.termination_switch, ep.interleave_switch,
-           ep.class_optional, ep.number_of_bits_for_length, ep.class_length, ep.class_rate, ep.class_crclen,
-           ep.class_reordered_output, ep.class_output_order, ep.header_protection, ep.header_rate,
-           ep.header_crclen);
-    KV_ADD(to, r.directMapping);
-}
-
 inline Elements elementsOf(const H264SequenceParameterSet& r) {
     Elements to;
     KV_ADD(to, r.profile_idc, r.level_idc, r.seq_parameter_set_id, r.chroma_format_idc,
@@ -154,10 +109,44 @@ inline Elements elementsOf(const H264SequenceParameterSet& r) {
 
 inline Elements elementsOf(const AudioSpecificConfig& r) {
     Elements to;
+    const GASpecificConfig& ga = r.gaConfig;
+    const CelpSpecificConfig& celp = r.celpConfig;
+    const ErrorResilientCelpSpecificConfig& er = r.erCelpConfig;
+    const HvxcSpecificConfig& hvxc = r.hvxcConfig;
+    const ErrorResilientHvxcSpecificConfig& erHvxc = r.erHvxcConfig;
+    const TTSSpecificConfig& tts = r.ttsConfig;
+    const StructuredAudioSpecificConfig& audio = r.structuredAudioConfig;
+    const ParametricSpecificConfig& para = r.parametricConfig;
+    const SSCSpecificConfig& ssc = r.sscConfig;
+    const ErrorProtectionSpecificConfig& ep = r.errorProtectionConfig;
     KV_ADD(to, r.audioObjectType, r.samplingFrequencyIndex, r.samplingFrequency, r.channelConfiguration,
            r.sbrPresentFlag, r.extensionAudioObjectType, r.extensionSamplingFrequencyIndex,
-           r.extensionSamplingFrequency);
-    addSpecificConfigs(to, r);
+           r.extensionSamplingFrequency, ga.frameLengthFlag, ga.dependsOnCoreCoder, ga.coreCoderDelay,
+           ga.extensionFlag);
+    addProgram(to, ga.programConfig);
+    KV_ADD(to, ga.layerNr, ga.numOfSubFrame, ga.layer_length, ga.aacSectionDataResilienceFlag,
+           ga.aacScalefactorDataResilienceFlag, ga.aacSpectralDataResilienceFlag, ga.extensionFlag3,
+           celp.isBaseLayer, celp.ExcitationMode, celp.SampleRateMode, celp.FineRateControl,
+           celp.RPE_Configuration, celp.MPE_Configuration, celp.NumEnhLayers, celp.BandwidthScalabilityMode,
+           celp.isBWSLayer, celp.BWS_configuration, celp.CELP_BRS_id, er.isBaseLayer, er.ExcitationMode,
+           er.SampleRateMode, er.FineRateControl, er.SilenceCompression, er.RPE_Configuration,
+           er.MPE_Configuration, er.NumEnhLayers, er.BandwidthScalabilityMode, er.isBWSLayer,
+           er.BWS_configuration, er.CELP_BRS_id, hvxc.isBaseLayer, hvxc.HVXCvarMode, hvxc.HVXCrateMode,
+           hvxc.extensionFlag, erHvxc.isBaseLayer, erHvxc.HVXCvarMode, erHvxc.HVXCrateMode,
+           erHvxc.extensionFlag, erHvxc.var_ScalableFlag, tts.TTS_Sequence_ID, tts.Language_Code,
+           tts.Gender_Enable, tts.Age_Enable, tts.Speech_Rate_Enable, tts.Prosody_Enable, tts.Video_Enable,
+           tts.Lip_Shape_Enable, tts.Trick_Mode_Enable, audio.orchestraFiles, audio.scoreFiles,
+           audio.midiFiles, audio.samples, audio.sampleBanks, audio.symbolTables, para.isBaseLayer,
+           para.PARAmode, para.HVXCvarMode, para.HVXCrateMode, para.extensionFlag, para.var_ScalableFlag,
+           para.HILNquantMode, para.HILNmaxNumLine, para.HILNsampleRateCode, para.HILNframeLength,
+           para.HILNcontMode, para.PARAextensionFlag, para.HILNenhaLayer, para.HILNenhaQuantMode,
+           ssc.decoder_level, ssc.update_rate, ssc.synthesis_method, ssc.mode_ext, ssc.reserved,
+           r.mpeg12Extension, r.epConfig, ep.number_of_predefined_set, ep.interleave_type, ep.bit_stuffing,
+           ep.number_of_concatenated_frame, ep.number_of_class, ep.length_escape, ep.rate_escape,
+           ep.crclen_escape, ep.concatenate_flag, ep.fec_type, ep.termination_switch, ep.interleave_switch,
+           ep.class_optional, ep.number_of_bits_for_length, ep.class_length, ep.class_rate, ep.class_crclen,
+           ep.class_reordered_output, ep.class_output_order, ep.header_protection, ep.header_rate,
+           ep.header_crclen, r.directMapping);
     return to;
 }
 
