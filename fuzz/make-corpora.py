@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
 """Makes the seeds of the bitstream fuzz targets from the recorded streams in tests/data, and those of DatagramReceiverFuzz."""
+import random
 from pathlib import Path
 
 here = Path(__file__).resolve().parent
@@ -15,6 +16,13 @@ def write(target, name, content):
 for file in sorted((data / "sps").glob("*.sps")):
     write("SequenceParameterSetFuzz", file.stem, file.read_bytes())
     write("BitReaderFuzz", file.stem, bytes([32, 4, 129, 133, 33, 7, 2, 64, 255, 0]) + file.read_bytes())
+
+# Any operations over bytes that are mostly 0 to 3, for emulation prevention at every place.
+chance = random.Random(7)
+for seed in range(24):
+    operations = bytes(chance.randrange(1, 256) for _ in range(40))
+    read = bytes(chance.randrange(4 if chance.random() < 0.6 else 256) for _ in range(chance.randrange(1, 400)))
+    write("BitReaderFuzz", f"random-{seed}", operations + b"\0" + read)
 
 for file in sorted((data / "loas").glob("*.loas")):
     stream = file.read_bytes()
