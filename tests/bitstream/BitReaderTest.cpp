@@ -62,11 +62,6 @@ TEST(ExpGolomb, EveryLengthOfCode) {
             EXPECT_EQ(readUe(reader), 5U);
         }
     }
-    for (const std::int64_t value : {0LL, 1LL, -1LL, 2147483647LL, -2147483648LL}) {
-        const Bytes bytes = BitWriter("se" + std::to_string(value)).data();
-        BitReader reader = readerOver(bytes);
-        EXPECT_EQ(readSe(reader), value);
-    }
 }
 
 TEST(ExpGolomb, WhatIsNoCode) {
