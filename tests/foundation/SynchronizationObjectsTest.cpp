@@ -53,6 +53,7 @@ TEST(SynchronizationObjects, EveryFailureHasItsClassAndMessage) {
     constexpr PlatformCall none = PlatformCall::RegCloseKey; // never called here
     const auto wait = [&] { static_cast<void>(event.Wait(0)); };
     const auto create = [&] { notCreated.Create(countRun, &runs, false, 0, false); };
+    const std::string sync = "CKvHandleSyncObject::";
     const Row rows[] = {
         {PlatformCall::CreateEventA, 0, [] { const CKvEvent failing(true); },
          "CKvEvent::CKvEvent -> could not create an event"},
@@ -60,13 +61,12 @@ TEST(SynchronizationObjects, EveryFailureHasItsClassAndMessage) {
         {PlatformCall::ResetEvent, 0, [&] { event.Reset(); },
          "CKvEvent::Reset -> error occurred in ResetEvent"},
         {PlatformCall::WaitForSingleObject, WAIT_ABANDONED, wait,
-         "CKvHandleSyncObject::Wait -> WaitForSingleObject returned WAIT_ABANDONED... This might be ok?"},
+         sync + "Wait -> WaitForSingleObject returned WAIT_ABANDONED... This might be ok?"},
         {PlatformCall::WaitForSingleObject, 0xFFFFFFFF, wait,
-         "CKvHandleSyncObject::Wait -> error occurred in WaitForSingleObject"},
+         sync + "Wait -> error occurred in WaitForSingleObject"},
         {PlatformCall::beginthreadex, 0, create, "CKvThread::Create -> could not create a thread"},
-        {none, 0, [&] { event.Release(); }, "CKvHandleSyncObject::Release -> this is not a valid call"},
-        {none, 0, [&] { static_cast<void>(notCreated.Wait(0)); },
-         "CKvHandleSyncObject::Wait -> object not created yet"},
+        {none, 0, [&] { event.Release(); }, sync + "Release -> this is not a valid call"},
+        {none, 0, [&] { static_cast<void>(notCreated.Wait(0)); }, sync + "Wait -> object not created yet"},
         {none, 0, [&] { notCreated.Create(nullptr, nullptr, false, 0, false); },
          "CKvThread::Create -> invalid thread function pointer"},
         {none, 0, [&] { created.Create(countRun, &runs, false, 0, false); },

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <system_error>
+#include <tuple>
 
 #include "AdtsHeader.h"
 #include "MediaPool.h"
@@ -26,13 +27,7 @@ AdtsHeader headerFor(const Bytes& configuration) {
 //     ffmpeg -f lavfi -i sine=r=RATE:d=0.2 -ac CHANNELS -ar RATE -c:a aac -b:a 64k t.m4a
 //     ffmpeg -i t.m4a -c copy t.aac
 TEST(AdtsHeader, IsWhatAnotherMuxerWrites) {
-    struct Row {
-        const char* name;
-        Bytes configuration;
-        std::size_t payload;
-        Bytes header;
-    };
-    const Row rows[] = {
+    const std::tuple<const char*, Bytes, std::size_t, Bytes> rows[] = {
         {"48 kHz stereo", {0x11, 0x90, 0x56, 0xE5, 0x00}, 132, {0xFF, 0xF1, 0x4C, 0x80, 0x11, 0x7F, 0xFC}},
         {"44.1 kHz mono", {0x12, 0x08, 0x56, 0xE5, 0x00}, 280, {0xFF, 0xF1, 0x50, 0x40, 0x23, 0xFF, 0xFC}},
         {"96 kHz 7.1", {0x10, 0x38, 0x56, 0xE5, 0x00}, 60, {0xFF, 0xF1, 0x41, 0xC0, 0x08, 0x7F, 0xFC}},
@@ -40,9 +35,8 @@ TEST(AdtsHeader, IsWhatAnotherMuxerWrites) {
         {"core of SBR", {0x2B, 0x11, 0x88, 0x00}, 132, {0xFF, 0xF1, 0x58, 0x80, 0x11, 0x7F, 0xFC}},
         {"48000 in 24 bits", {0x17, 0x80, 0x5D, 0xC0, 0x10}, 132, {0xFF, 0xF1, 0x4C, 0x80, 0x11, 0x7F, 0xFC}},
     };
-    for (const Row& row : rows) {
-        EXPECT_THAT(*headerFor(row.configuration).frame(row.payload), testing::ElementsAreArray(row.header))
-            << row.name;
+    for (const auto& [name, configuration, payload, header] : rows) {
+        EXPECT_THAT(*headerFor(configuration).frame(payload), testing::ElementsAreArray(header)) << name;
     }
     EXPECT_TRUE(headerFor({0x11, 0x90}).frame(8184).has_value());
     EXPECT_FALSE(headerFor({0x11, 0x90}).frame(8185).has_value());
@@ -68,32 +62,24 @@ void fill(Surface& surface, std::string_view text) {
 }
 
 TEST(MediaPool, LendsWhatWasAskedForAndKeepsALimitedAmount) {
-    struct Row {
-        std::uint32_t size;
-        std::size_t lent;
-        std::size_t kept;
-    };
-    const Row rows[] = {{0, 3, 3},
-                        {100, 300, MediaPool<Surface>::mostFree},
-                        {1025, 1, 1},
-                        {65536, 100, 64},
-                        {4'000'000, 10, 2}};
-    for (const Row& row : rows) {
+    const std::uint32_t rows[][3] = {
+        {0, 3, 3}, {100, 300, 256}, {1025, 1, 1}, {65536, 100, 64}, {4'000'000, 10, 2}};
+    for (const auto& [size, count, kept] : rows) {
         MediaPool<Surface> pool;
-        std::vector<Surface*> lent(row.lent);
+        std::vector<Surface*> lent(count);
         for (int again = 0; again < 2; ++again) {
             for (Surface*& surface : lent) {
-                surface = pool.lend(row.size);
-                fill(*surface, std::string(row.size, 'x'));
+                surface = pool.lend(size);
+                fill(*surface, std::string(size, 'x'));
                 surface->AddRef();
             }
             for (Surface* surface : lent) {
                 EXPECT_EQ(surface->Release(), 1U);
-                EXPECT_EQ(surface->bytes().size(), row.size);
+                EXPECT_EQ(surface->bytes().size(), size);
             }
             EXPECT_EQ(pool.freeCount(), 0U) << "they come back with the last reference";
             std::for_each(lent.begin(), lent.end(), [](Surface* surface) { surface->Release(); });
-            EXPECT_EQ(pool.freeCount(), row.kept) << row.size;
+            EXPECT_EQ(pool.freeCount(), kept) << size;
         }
     }
 }

@@ -3,9 +3,6 @@
 #include "Json.h"
 #include "KvResultCodes.h"
 #include "Report.h"
-#include "StatusNames.h"
-#include "TemporaryFolder.h"
-#include "Terminal.h"
 
 namespace KorvelVideo::Host {
 
@@ -33,9 +30,6 @@ TEST(Report, ForPeopleAndPrograms) {
     transport.file = "out/stream3.ts";
     transport.fileBytes = 1880;
     transport.fileLostUnits = 4;
-    EXPECT_EQ(announcementText(videoReport, "rtsp://u:p@h/x"),
-              "Stream 1: H.264 4096x2160 progressive 59.94 fps 256:135 BT.2020 HLG 10 bit High 4:2:2@5.2 "
-              "from rtsp://u:***@h/x");
     EXPECT_EQ(
         statisticsText(transport),
         "Stream 3  TS           0 b/s          0 buffers  nothing yet  loss: 7 dropped by the system, 2 TS "
@@ -61,8 +55,6 @@ TEST(Report, ForPeopleAndPrograms) {
     EXPECT_EQ(statusJson(Seconds(1), 1, KV_E_DISCONNECTED),
               R"({"schema_version":1,"type":"status","time_seconds":1.000,"stream":1,"code":"0x89998302",)"
               R"("name":"KV_E_DISCONNECTED","words":"the connection was lost","is_failure":true})");
-    EXPECT_EQ(endJson(Seconds(1), 4),
-              R"({"schema_version":1,"type":"end","time_seconds":1.000,"exit_code":4})");
 }
 
 TEST(Json, TextsAreEscaped) { // the last three: cut, overlong, surrogate
@@ -75,30 +67,6 @@ TEST(Json, TextsAreEscaped) { // the last three: cut, overlong, surrogate
     for (const auto& [text, json] : rows) {
         EXPECT_EQ(JsonObject().add("t", text).text(), "{\"t\":\"" + json + "\"}");
     }
-}
-
-TEST(Terminal, LiveLinesStayBelowEverythingElse) {
-    const TemporaryFolder folder;
-    std::FILE* const output = std::fopen((folder.path() + "/output").c_str(), "w");
-    std::FILE* const messages = std::fopen((folder.path() + "/messages").c_str(), "w");
-    Terminal terminal(output, messages, true, {5, 4});
-    terminal.show({"one", "a long line"});
-    terminal.write("text");
-    terminal.show({"two"});
-    terminal.makeRoom();
-    terminal.makeRoom();
-    terminal.show({"three"});
-    terminal.complain("wrong");
-    terminal.show({"1", "2", "3", "4"}); // as many as the screen has rows beside the cursor's
-    terminal.makeRoom();
-    Terminal notLive(output, messages, false, {});
-    notLive.show({"a long line"});
-    notLive.makeRoom();
-    EXPECT_EQ(folder.read("output"), "one\na lon\n\x1b[2A\x1b[Jtext\ntwo\n\x1b[1A\x1b[Jthree\n\x1b[1A\x1b[J"
-                                     "1\n2\n... and 2 more\n\x1b[3A\x1b[Ja long line\n");
-    EXPECT_EQ(folder.read("messages"), "kvreceive: wrong\n");
-    std::fclose(output);
-    std::fclose(messages);
 }
 
 } // namespace
