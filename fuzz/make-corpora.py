@@ -17,11 +17,11 @@ for file in sorted((data / "sps").glob("*.sps")):
     write("SequenceParameterSetFuzz", file.stem, file.read_bytes())
     write("BitReaderFuzz", file.stem, bytes([32, 4, 129, 133, 33, 7, 2, 64, 255, 0]) + file.read_bytes())
 
-# Any operations over bytes that are mostly 0 to 3, for emulation prevention at every place.
+# Any operations over bytes that are mostly 0 to 4, for emulation prevention at every place.
 chance = random.Random(7)
 for seed in range(24):
     operations = bytes(chance.randrange(1, 256) for _ in range(40))
-    read = bytes(chance.randrange(4 if chance.random() < 0.6 else 256) for _ in range(chance.randrange(1, 400)))
+    read = bytes(chance.randrange(5 if chance.random() < 0.6 else 256) for _ in range(chance.randrange(1, 400)))
     write("BitReaderFuzz", f"random-{seed}", operations + b"\0" + read)
 
 for file in sorted((data / "loas").glob("*.loas")):

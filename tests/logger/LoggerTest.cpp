@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fstream>
+#include <iterator>
 #include <regex>
 #include <string>
 #include <thread>
@@ -123,6 +125,8 @@ TEST(LoggerServer, RegistersItselfAndIsInUseWhileSomethingOfItIsHeld) {
     static_cast<IUnknown*>(object)->Release();
     EXPECT_EQ(call("DllUnregisterServer"), S_OK);
     EXPECT_EQ(create(), REGDB_E_CLASSNOTREG);
+    std::ifstream classes(registry.file());
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(classes), {}).find("CLSID\\{"), std::string::npos);
     CoUninitialize();
 
     EXPECT_EQ(getClassObject(IID_IUnknown, IID_IClassFactory, &object), CLASS_E_CLASSNOTAVAILABLE);
