@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-namespace KorvelVideo::Host {
+using namespace KorvelVideo::Host;
 
 namespace {
 
@@ -46,7 +46,6 @@ TEST(Options, Mistakes) {
         {{"udp://a:1", "--log", "loud"}, "--log needs"},
         {{"udp://a:1", "--output="}, "--output needs a directory"},
         {{"udp://a:1", "--redirect", "rtsp://b"}, "same protocol"},
-        {{"udp://a:1", "--redirect", "b"}, "--redirect: \"b\" is neither"},
         {{"udp://a:1", "udp://a:2", "--redirect", "udp://a:3"}, "exactly one address"},
     };
     for (const auto& [arguments, message] : rows) {
@@ -61,5 +60,3 @@ TEST(Options, PasswordsAreNotShown) {
 }
 
 } // namespace
-
-} // namespace KorvelVideo::Host

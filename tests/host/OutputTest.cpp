@@ -12,7 +12,7 @@
 #include "OutputWriter.h"
 #include "TemporaryFolder.h"
 
-namespace KorvelVideo::Host {
+using namespace KorvelVideo::Host;
 
 namespace {
 
@@ -227,5 +227,3 @@ TEST_F(Writer, AFullDiskIsAProblemOfThatFileOnly) {
 }
 
 } // namespace
-
-} // namespace KorvelVideo::Host

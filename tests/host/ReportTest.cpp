@@ -4,7 +4,7 @@
 #include "KvResultCodes.h"
 #include "Report.h"
 
-namespace KorvelVideo::Host {
+using namespace KorvelVideo::Host;
 
 namespace {
 
@@ -70,5 +70,3 @@ TEST(Json, TextsAreEscaped) { // the last three: cut, overlong, surrogate
 }
 
 } // namespace
-
-} // namespace KorvelVideo::Host
