@@ -48,10 +48,11 @@ void add(Elements& elements, const std::string& names, const Values&... values) 
 inline void addHrd(Elements& to, const H264HrdParameters& r) {
     KV_ADD(to, r.cpb_cnt_minus1, r.bit_rate_scale, r.cpb_size_scale);
     for (std::uint32_t i = 0; i <= r.cpb_cnt_minus1; ++i) {
-        const std::string at = "[" + std::to_string(i) + "] ";
-        add(to,
-            "bit_rate_value_minus1" + at + "cpb_size_value_minus1" + at + "cbr_flag" + at + "BitRate" + at,
-            r.bit_rate_value_minus1[i], r.cpb_size_value_minus1[i], r.cbr_flag[i], r.BitRate[i]);
+        const std::string at = "[" + std::to_string(i) + "]";
+        to.emplace_back("bit_rate_value_minus1" + at, asValue(r.bit_rate_value_minus1[i]));
+        to.emplace_back("cpb_size_value_minus1" + at, asValue(r.cpb_size_value_minus1[i]));
+        to.emplace_back("cbr_flag" + at, asValue(r.cbr_flag[i]));
+        to.emplace_back("BitRate" + at, asValue(r.BitRate[i]));
     }
 }
 

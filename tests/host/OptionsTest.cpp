@@ -43,7 +43,6 @@ TEST(Options, Mistakes) {
         {{"rtsp://a", "--port", "65536"}, "--port needs a number"},
         {{"rtsp://a", "--port", "0"}, "--port needs a number"},
         {{"udp://a:1", "--port", "5000"}, "--port applies to"},
-        {{"udp://a:1", "--log", "loud"}, "--log needs"},
         {{"udp://a:1", "--output="}, "--output needs a directory"},
         {{"udp://a:1", "--redirect", "rtsp://b"}, "same protocol"},
         {{"udp://a:1", "udp://a:2", "--redirect", "udp://a:3"}, "exactly one address"},

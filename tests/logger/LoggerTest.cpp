@@ -106,7 +106,7 @@ TEST(Logger, LinesOfManyThreadsDoNotMix) {
 // The shared library, loaded as a host's registration tool loads it.
 TEST(LoggerServer, RegistersItselfAndIsInUseWhileSomethingOfItIsHeld) {
     const KvTest::TemporaryRegistry registry;
-    const HMODULE module = LoadLibraryA(KV_LOGGER_MODULE);
+    HMODULE module = LoadLibraryA(KV_LOGGER_MODULE);
     const auto call = [module](const char* entryPoint) {
         return reinterpret_cast<HRESULT (*)()>(GetProcAddress(module, entryPoint))();
     };
