@@ -111,8 +111,8 @@ private:
     std::size_t m_next = 0;
 };
 
-std::unique_ptr<IAudioVideoReceptionNotifier> newNotifier(std::uint32_t streamType, PooledVideoSink& video,
-                                                          PooledAudioSink& audio) {
+std::unique_ptr<IAudioVideoReceptionNotifier> newNotifier(std::uint32_t streamType, PooledSink& video,
+                                                          PooledSink& audio) {
     switch (streamType) {
     case keStreamTypeH264:
         return std::make_unique<AvcStreamNotifier>(&video);
@@ -146,8 +146,8 @@ public:
 
 private:
     const Content& m_content;
-    PooledVideoSink m_video;
-    PooledAudioSink m_audio;
+    PooledSink m_video;
+    PooledSink m_audio;
     std::unique_ptr<IAudioVideoReceptionNotifier> m_notifier;
     std::unique_ptr<NetworkStreamReceiver> m_receiver;
     std::uint64_t m_timeStamp = 0;
@@ -209,7 +209,7 @@ void threads(benchmark::State& state, const Content& content) {
 
 // All pieces of the content as one access unit, through the notifier alone.
 void latm(benchmark::State& state, const Content& content) {
-    PooledAudioSink sink;
+    PooledSink sink;
     LatmStreamNotifier notifier(&sink, nullptr, 0);
     std::vector<Bytes> pieces = content.pieces;
     AccessUnit unit;

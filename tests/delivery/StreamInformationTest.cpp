@@ -1,7 +1,6 @@
 #include "AudioVideoInformation.h"
 
 #include "ComContract.h"
-#include "RecordingLogger.h"
 
 using namespace KorvelVideo::Network;
 
@@ -30,19 +29,5 @@ INSTANTIATE_TEST_SUITE_P(StreamInformation, ComContract,
                                          ComSubject{"AacInformation", newAac, {kAac}, {kAny, kH264}},
                                          ComSubject{"TsInformation", newTs, {}, {kAny, kH264, kAac}}),
                          nameOfSubject);
-
-TEST(StreamInformation, LifeIsLogged) {
-    RecordingLogger::clear();
-    newH264()->Release();
-    newAac()->Release();
-    newTs()->Release();
-    EXPECT_EQ(RecordingLogger::takeLines(true), (std::vector<LogLine>{{3, 0, "H264Information destructor."},
-                                                                      {3, 0, "AacInformation constructor."},
-                                                                      {3, 0, "AacInformation destructor."},
-                                                                      {3, 0, "TsInformation constructor."}}));
-    for (const std::string& site : RecordingLogger::takeSites()) {
-        EXPECT_EQ(site.rfind("src/AudioVideoInformation|", 0), 0U) << site;
-    }
-}
 
 } // namespace

@@ -3,10 +3,8 @@
 #include <dlfcn.h>
 
 #include <array>
-#include <chrono>
 #include <cstdio>
 #include <string>
-#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -34,13 +32,6 @@ public:
     HRESULT getClassObject(CLSID clsid, IID iid, void** object) const {
         return call<const CLSID&, const IID&>("DllGetClassObject", clsid, iid, object);
     }
-    bool waitUntilUnloadable() const {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-        while (call("DllCanUnloadNow") != S_OK && std::chrono::steady_clock::now() < end) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        return call("DllCanUnloadNow") == S_OK;
-    }
 
 private:
     HMODULE m_module;
@@ -48,10 +39,7 @@ private:
 
 inline bool isModuleLoaded() {
     void* const module = dlopen(KV_MODULE, RTLD_LAZY | RTLD_NOLOAD);
-    if (module != nullptr) {
-        dlclose(module);
-    }
-    return module != nullptr;
+    return module != nullptr && dlclose(module) == 0;
 }
 
 // What a program does: its exit code and all that it writes.
@@ -81,11 +69,7 @@ inline const ServedClass kServedClasses[] = {
 
 class ModuleFixture : public testing::Test {
 protected:
-    ModuleFixture() {
-        ScriptedSdk::reset({ScriptedSdk::Announcement{}});
-        CallLog::instance().clear();
-        RecordingLogger::clear();
-    }
+    ModuleFixture() { ScriptedSdk::reset({ScriptedSdk::Announcement{}}); }
     ~ModuleFixture() override {
         CoFreeUnusedLibraries();
         EXPECT_FALSE(isModuleLoaded()) << "something keeps the module";

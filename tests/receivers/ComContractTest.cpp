@@ -6,38 +6,32 @@
 
 namespace {
 
+using namespace KorvelVideo::Network;
+
 template <class Factory>
 ComSubject factorySubject(const char* name, REFIID answered) {
     std::vector<IID> refused{IID_IClassFactory, IID_IKvRtspReceiverFactory, IID_IKvRtmpReceiverFactory,
                              IID_IKvRtpReceiverFactory, IID_IKvTsOverUdpReceiverFactory};
     std::erase(refused, answered);
-    return {name,
-            []() -> IUnknown* {
-                HRESULT result = S_OK;
-                CKvUnknown* const factory = Factory::CreateInstance(nullptr, &result);
-                EXPECT_EQ(result, S_OK);
-                void* identity = nullptr;
-                factory->NonDelegatingQueryInterface(IID_IUnknown, &identity);
-                return static_cast<IUnknown*>(identity);
-            },
-            {answered},
-            refused};
+    const auto create = []() -> IUnknown* {
+        HRESULT result = S_OK;
+        void* identity = nullptr;
+        Factory::CreateInstance(nullptr, &result)->NonDelegatingQueryInterface(IID_IUnknown, &identity);
+        return static_cast<IUnknown*>(identity);
+    };
+    return {name, create, {answered}, refused};
 }
 
 ComSubject receiverSubject(const ReceiverKind& kind) {
-    return {std::string(kind.name) + "Receiver",
-            [&kind]() -> IUnknown* {
-                static RecordingDetector detector(nullptr, nullptr);
-                IKvNetworkReceiverController* receiver = nullptr;
-                const SettingsValues values{kind.url, nullptr, 0, 0};
-                EXPECT_EQ(kind.create(&values, &detector, &receiver), S_OK);
-                return receiver;
-            },
-            {},
-            {IID_IKvRtspReceiverFactory, IID_IClassFactory}};
+    const auto create = [&kind]() -> IUnknown* {
+        static RecordingDetector detector(nullptr, nullptr);
+        IKvNetworkReceiverController* receiver = nullptr;
+        const SettingsValues values{kind.url};
+        EXPECT_EQ(kind.create(&values, &detector, &receiver), S_OK);
+        return receiver;
+    };
+    return {std::string(kind.name) + "Receiver", create, {}, {IID_IKvRtspReceiverFactory, IID_IClassFactory}};
 }
-
-using namespace KorvelVideo::Network;
 
 INSTANTIATE_TEST_SUITE_P(
     Receivers, ComContract,

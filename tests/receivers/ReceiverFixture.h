@@ -7,9 +7,11 @@
 
 #include <gtest/gtest.h>
 
+#include "CKvUnknown.h"
 #include "CallLog.h"
 #include "DeferredWork.h"
 #include "KvVaneException.h"
+#include "PlatformFaults.h"
 #include "ReceiverKinds.h"
 #include "RecordingHost.h"
 #include "RecordingLogger.h"
@@ -18,11 +20,10 @@
 
 using Calls = std::vector<std::string>;
 using Lines = std::vector<LogLine>;
-
-inline Calls operator+(Calls left, const Calls& right) {
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
+using Statuses = std::vector<HRESULT>;
+using KvTest::PlatformCall;
+using KvTest::PlatformFault;
+using ScriptedSdk::IMediaConsumer;
 
 // A host with a video and an audio sink, and the scripted SDK in which every client announces one H.264
 // stream. After each test nothing may be left: no client, allocator, lent buffer, service, object or
@@ -63,7 +64,7 @@ protected:
         return kind.create(&values, &detector, &receiver);
     }
     void createAndForget(const ReceiverKind& kind) {
-        ASSERT_EQ(create(kind, {kind.url, nullptr, 0, 0}), S_OK);
+        ASSERT_EQ(create(kind, {kind.url}), S_OK);
         CallLog::instance().clear();
     }
     void createAndStart(const ReceiverKind& kind) {
@@ -72,35 +73,38 @@ protected:
         CallLog::instance().clear();
     }
     ULONG release() { return std::exchange(receiver, nullptr)->Release(); }
-    static Calls takeCalls() { return CallLog::instance().take(); }
-    // The last call up to now, which stays in the log.
-    static std::string lastCall() {
-        const Calls calls = CallLog::instance().peek();
-        return calls.empty() ? "" : calls.back();
+    // The result of a redirect, which a failure before the start raises.
+    HRESULT redirect(const char* url) {
+        try {
+            return receiver->Redirect(url);
+        } catch (const CKvVaneException& exception) {
+            return exception.m_result;
+        }
     }
-    // The consumer of the newest client's first stream.
-    static MainConcept::NetworkStreaming::IMediaConsumer& consumer() {
-        return *ScriptedSdk::consumers().at(0);
+    // Runs `action` inside each call of that name.
+    void during(const std::string& call, const std::function<void()>& action) {
+        videoSink.onCall = [call, action](const std::string& made) {
+            if (made == call) {
+                action();
+            }
+        };
     }
 
-    // The calls up to now, a line each.
+    static Calls takeCalls() { return CallLog::instance().take(); }
+    // The same as text, with the exceptions that were logged.
     static std::string takeText() {
-        std::string text;
-        for (const std::string& call : takeCalls()) {
-            text += call + "\n";
+        return CallLog::instance().takeText() + RecordingLogger::takeExceptionText();
+    }
+    static void waitForCall(const std::string& call) {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        for (Calls calls = CallLog::instance().peek(); calls.empty() || calls.back() != call;
+             calls = CallLog::instance().peek()) {
+            ASSERT_LT(std::chrono::steady_clock::now(), end);
+            std::this_thread::yield();
         }
-        return text;
     }
-    // What stands below the line "[section]" of a file of tests/data, up to the next empty line.
-    static std::string readSection(const std::string& file, const std::string& section) {
-        const Bytes bytes = readBytes(file);
-        const std::string text = "\n" + std::string(bytes.begin(), bytes.end()) + "\n";
-        const std::string title = "\n[" + section + "]\n";
-        const std::size_t begin = text.find(title);
-        return begin == std::string::npos ? "no section " + section
-                                          : text.substr(begin + title.size(), text.find("\n\n", begin + 1) -
-                                                                                  begin - title.size() + 1);
-    }
+    // The consumer of the newest client's first stream.
+    static IMediaConsumer& consumer() { return *ScriptedSdk::consumers().at(0); }
 
     RecordingSink videoSink;
     RecordingSink audioSink;

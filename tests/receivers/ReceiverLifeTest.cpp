@@ -1,4 +1,3 @@
-#include "PlatformFaults.h"
 #include "ReceiverFixture.h"
 #include "RecordingCodecConfiguration.h"
 
@@ -50,71 +49,54 @@ protected:
         EXPECT_EQ(release(), 0U);
         EXPECT_EQ(RecordingLogger::takeLines(), Lines{});
     }
-
-private:
-    KvTest::ShortWaits m_shortWaits;
 };
 
 // Every call to the host and the SDK, in order, in the life of a receiver of each kind.
 TEST_F(ReceiverLife, MakesTheseCalls) {
+    const KvTest::ShortWaits shortWaits;
     for (const LifeCase& life : kLives) {
         SCOPED_TRACE(life.name);
         restart();
         live(life);
-        EXPECT_EQ(takeText(), readSection("receivers/lives.txt", life.name));
+        EXPECT_EQ(takeText(), readSections("receivers/lives.txt").at(life.name));
     }
 }
 
-const Calls kClosing{"client1.Shutdown()", "client1.Release()"};
-
-class ReceiverStop : public ReceiverFixture {};
-
 // What a stop of an RTMP receiver adds, also when it was stopped before.
-TEST_F(ReceiverStop, RtmpFinishesEachStreamAtEachStop) {
+TEST_F(ReceiverLife, RtmpFinishesEachStreamAtEachStop) {
     createAndStart(kRtmp);
+    IMediaConsumer& stream = consumer();
     EXPECT_EQ(receiver->Stop(), S_OK);
+    ScriptedSdk::notify(stream, 3); // a disconnection then is no news
     EXPECT_TRUE(videoSink.waitForStatus(KV_S_STREAM_ENDED));
     EXPECT_EQ(receiver->Stop(), S_OK);
     const Lines lines = RecordingLogger::takeLines();
-    ASSERT_EQ(lines.size(), 2U);
-    for (const LogLine& line : lines) {
-        EXPECT_EQ(line.text.rfind("Forcing end of stream for ", 0), 0U) << line;
-    }
+    ASSERT_EQ(lines.size(), 3U);
+    EXPECT_EQ(lines[0].text, lines[2].text);
+    EXPECT_EQ(lines[2].text.rfind("Forcing end of stream for ", 0), 0U);
     release();
-    EXPECT_EQ(videoSink.takeStatuses(), std::vector<HRESULT>{KV_S_STREAM_ENDED});
+    EXPECT_EQ(videoSink.takeStatuses(), Statuses{KV_S_STREAM_ENDED});
 }
 
-TEST_F(ReceiverStop, DropsWhatIsPendingWithoutDeliveringIt) {
-    createAndStart(kRtsp);
-    ASSERT_TRUE(ScriptedSdk::play(consumer(), {{1, 2, 3}, 0}));
-    CallLog::instance().clear();
-    EXPECT_EQ(receiver->Stop(), S_OK);
-    EXPECT_EQ(takeCalls(), (Calls{"client1.Stop()", "ReleaseBuffer(buffer1)"} + kClosing));
-    release();
-}
-
-TEST_F(ReceiverStop, WaitsForTheDeliveryUnderWay) {
+TEST_F(ReceiverLife, StopWaitsForTheDeliveryUnderWay) {
     createAndStart(kTsOverUdp);
     CKvEvent entered(true);
-    videoSink.onCall = [&](const std::string& call) {
-        if (call == "NotifyStatus") {
-            entered.Set();
-            while (lastCall() != "client1.Stop()") {
-                std::this_thread::yield();
-            }
-            CallLog::instance().record("callback ends");
-        }
-    };
+    during("NotifyStatus", [&] {
+        entered.Set();
+        waitForCall("client1.Stop()");
+        CallLog::instance().record("callback ends");
+    });
     ScriptedSdk::runOnClientThread([&consumer = consumer()] { ScriptedSdk::notify(consumer, 10); });
     ASSERT_TRUE(entered.Wait(30'000));
     CallLog::instance().clear();
     EXPECT_EQ(receiver->Stop(), S_OK);
-    EXPECT_EQ(takeCalls(), (Calls{"client1.Stop()", "callback ends"} + kClosing));
+    EXPECT_EQ(takeCalls(),
+              (Calls{"client1.Stop()", "callback ends", "client1.Shutdown()", "client1.Release()"}));
     release();
 }
 
 // One announcement a stream: each is enabled in order, and each is reset although another was refused.
-TEST_F(ReceiverStop, StartEnablesEveryStreamAndPassesOverARefusal) {
+TEST_F(ReceiverLife, StartEnablesEveryStreamAndPassesOverARefusal) {
     const RecordingCodecConfiguration codecConfiguration;
     ScriptedSdk::reset({{}, {0, 99, {0x12, 0x10}, 44100, 2}, {}});
     createAndForget(kRtsp);
@@ -124,12 +106,27 @@ TEST_F(ReceiverStop, StartEnablesEveryStreamAndPassesOverARefusal) {
                                   "client1.EnableConsumer(consumer2, 0, 1, 1)",
                                   "client1.EnableConsumer(consumer3, 0, 1, 1)", "client1.Play(0, -1, 1)"}));
     EXPECT_EQ(RecordingLogger::takeLines(), (Lines{{0, 4, "Error enabling receiver."}}));
-    for (auto* const consumer : ScriptedSdk::consumers()) {
-        ScriptedSdk::notify(*consumer, 10);
+    for (const int started : {1, 2}) {
+        for (IMediaConsumer* const stream : ScriptedSdk::consumers()) {
+            ScriptedSdk::notify(*stream, 10);
+        }
+        EXPECT_EQ(videoSink.takeStatuses(), (Statuses{KV_S_STREAM_ACTIVE, KV_S_STREAM_ACTIVE})) << started;
+        EXPECT_EQ(audioSink.takeStatuses(), Statuses{KV_S_STREAM_ACTIVE});
+        EXPECT_EQ(receiver->Start(), S_OK);
     }
-    EXPECT_EQ(videoSink.takeStatuses(), (std::vector<HRESULT>{KV_S_STREAM_ACTIVE, KV_S_STREAM_ACTIVE}));
-    EXPECT_EQ(audioSink.takeStatuses(), std::vector<HRESULT>{KV_S_STREAM_ACTIVE});
     release();
+}
+
+// Of its stop the result is ignored.
+TEST_F(ReceiverLife, RedirectReturnsTheResultOfTheStart) {
+    for (const ReceiverKind& kind : kReceiverKinds) {
+        createAndForget(kind);
+        ScriptedSdk::failCall("Stop", 8);
+        ScriptedSdk::failCall("Play", 20);
+        EXPECT_EQ(receiver->Redirect(kind.otherUrl), kvResult(0x89998291)) << kind;
+        EXPECT_EQ(receiver->Start(), S_OK) << "the client is still there";
+        release();
+    }
 }
 
 } // namespace

@@ -1,7 +1,6 @@
 #include "SessionDescription.h"
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -34,18 +33,13 @@ protected:
     std::filesystem::path m_directory;
 };
 
-TEST_F(SessionDescription, AUrlWithoutSdpIsTakenAsItIs) {
+TEST_F(SessionDescription, IsReadFromAFileWithItsLineEndsTurned) {
     EXPECT_EQ(loadSessionDescription(nullptr), "");
     for (const char* url : {"", "rtp://host:5004", "rtp://host/session.SDP", "rtp://host/sdp", "a\r\nb"}) {
         EXPECT_EQ(loadSessionDescription(url), url);
     }
-}
-
-TEST_F(SessionDescription, TurnsLineEndsOnly) {
-    const std::vector<std::pair<std::string, std::string>> rows{
+    const std::pair<std::string, std::string> rows[] = {
         {"", ""},
-        {"v=0\r\na=rtpmap:96 H264/90000\r\n", "v=0\na=rtpmap:96 H264/90000\n"},
-        {"a\nb\n", "a\nb\n"},
         {"\r\r\n\n\r", "\r\n\n\r"},
         {std::string("a\0\x1A\xFF\r\nb", 7), std::string("a\0\x1A\xFF\nb", 6)},
     };
@@ -60,23 +54,16 @@ TEST_F(SessionDescription, WhatCannotBeReadIsNamed) {
     expectRefused(write("larger.sdp", largest + "x"), "is larger than 1 MiB");
     expectRefused(pathOf("missing.sdp"), "does not exist");
     expectRefused(write("file", "") + "/below.sdp", "cannot be opened");
-    std::filesystem::create_directory(pathOf("directory.sdp"));
-    expectRefused(pathOf("directory.sdp"), "is no regular file");
     ASSERT_EQ(mkfifo(pathOf("pipe.sdp").c_str(), 0600), 0); // opening it would wait for a writer
     expectRefused(pathOf("pipe.sdp"), "is no regular file");
-    if (geteuid() != 0) {
-        const std::string secret = write("secret.sdp", "v=0");
-        ASSERT_EQ(chmod(secret.c_str(), 0), 0);
-        expectRefused(secret, "cannot be opened");
-    }
 }
 
 TEST_F(SessionDescription, StandsForTheUrlOfAnRtpReceiver) {
     const std::string first = write("first.sdp", "v=0\r\na=rtpmap:96 H264/90000\r\n");
     const std::string second = write("second.sdp", "v=0\na=rtpmap:97 H264/90000\n");
-    ASSERT_EQ(create(kRtp, {first.c_str(), nullptr, 0, 0}), S_OK);
+    ASSERT_EQ(create(kRtp, {first.c_str()}), S_OK);
     EXPECT_EQ(receiver->Redirect(second.c_str()), S_OK);
-    EXPECT_THROW(receiver->Redirect(pathOf("missing.sdp").c_str()), CKvVaneException);
+    EXPECT_EQ(redirect(pathOf("missing.sdp").c_str()), KV_E_INVALID_PARAMETER);
     release();
     Calls inits = takeCalls();
     std::erase_if(inits, [](const std::string& call) { return call.find(".Init(") == std::string::npos; });

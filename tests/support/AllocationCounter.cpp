@@ -15,29 +15,22 @@ std::atomic<std::int64_t> g_count{0};
 std::atomic<std::int64_t> g_first{0};
 std::atomic<std::int64_t> g_failures{0};
 
-bool mayAllocate(std::size_t size) noexcept {
-    if (FakeScope::isActive()) {
-        return true;
-    }
-    ++t_allocations;
-    t_bytes += size;
-    if (!g_faulty) {
-        return true;
-    }
-    const std::int64_t number = g_count++;
-    return number < g_first || number - g_first >= g_failures;
-}
-
 void* allocate(std::size_t size) noexcept {
-    return mayAllocate(size) ? std::malloc(size == 0 ? 1 : size) : nullptr;
+    if (!FakeScope::isActive()) {
+        ++t_allocations;
+        t_bytes += size;
+        const std::int64_t behindFirst = g_faulty ? g_count++ - g_first : -1;
+        if (behindFirst >= 0 && behindFirst < g_failures) {
+            return nullptr;
+        }
+    }
+    return std::malloc(size == 0 ? 1 : size);
 }
 
 } // namespace
 
 AllocationCounter::AllocationCounter() noexcept : m_startCount(t_allocations), m_startBytes(t_bytes) {}
-
 std::uint64_t AllocationCounter::count() const noexcept { return t_allocations - m_startCount; }
-
 std::uint64_t AllocationCounter::bytes() const noexcept { return t_bytes - m_startBytes; }
 
 AllocationFault::AllocationFault(std::int64_t first, std::int64_t failures) noexcept {
@@ -46,9 +39,7 @@ AllocationFault::AllocationFault(std::int64_t first, std::int64_t failures) noex
     g_failures = failures;
     g_faulty = true;
 }
-
 AllocationFault::~AllocationFault() { g_faulty = false; }
-
 std::int64_t AllocationFault::count() noexcept { return g_count; }
 
 void* operator new(std::size_t size) {
@@ -57,9 +48,6 @@ void* operator new(std::size_t size) {
     }
     throw std::bad_alloc();
 }
-
 void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept { return allocate(size); }
-
 void operator delete(void* memory) noexcept { std::free(memory); }
-
 void operator delete(void* memory, std::size_t /*size*/) noexcept { std::free(memory); }

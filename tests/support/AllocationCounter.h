@@ -9,7 +9,6 @@
 class AllocationCounter {
 public:
     AllocationCounter() noexcept;
-
     [[nodiscard]] std::uint64_t count() const noexcept;
     [[nodiscard]] std::uint64_t bytes() const noexcept; // of all allocations, freed or not
 
@@ -20,8 +19,7 @@ private:
 
 // While it lives, allocations on whatever thread are counted from 0, and `failures` of them fail from number
 // `first` on. One at a time.
-class AllocationFault {
-public:
+struct AllocationFault {
     static constexpr std::int64_t kNever = INT64_MAX;
 
     explicit AllocationFault(std::int64_t first = kNever, std::int64_t failures = 1) noexcept;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -11,13 +12,29 @@
 
 #include "FakeScope.h"
 
+// As "0x89998302".
+inline std::string hexadecimal(std::int32_t code) {
+    char text[11];
+    std::snprintf(text, sizeof(text), "0x%08X", static_cast<unsigned>(code));
+    return text;
+}
+
 // The calls that the module makes to the host, the SDK and the logger, in the order in which they were made
 // on whatever thread. One for the process: the fakes write to it, a test reads it.
 class CallLog {
 public:
-    static CallLog& instance();
+    static CallLog& instance() {
+        static CallLog log;
+        return log;
+    }
 
-    void record(std::string text);
+    void record(std::string text) {
+        const FakeScope fake;
+        const std::lock_guard lock(m_lock);
+        if (m_enabled) {
+            m_calls.push_back(std::move(text));
+        }
+    }
     // As "name(value, value)".
     template <class... Values>
     void recordCall(const std::string& name, const Values&... values) {
@@ -30,10 +47,27 @@ public:
         record(text.str());
     }
 
-    std::vector<std::string> take();
-    [[nodiscard]] std::vector<std::string> peek();
+    std::vector<std::string> take() {
+        const std::lock_guard lock(m_lock);
+        return std::exchange(m_calls, {});
+    }
+    // A line each.
+    std::string takeText() {
+        std::string text;
+        for (const std::string& call : take()) {
+            text += call + "\n";
+        }
+        return text;
+    }
+    [[nodiscard]] std::vector<std::string> peek() {
+        const std::lock_guard lock(m_lock);
+        return m_calls;
+    }
     void clear() { static_cast<void>(take()); }
-    void setEnabled(bool enabled);
+    void setEnabled(bool enabled) {
+        const std::lock_guard lock(m_lock);
+        m_enabled = enabled;
+    }
 
 private:
     std::mutex m_lock;
@@ -45,12 +79,31 @@ private:
 class CallScript {
 public:
     // The next `count` calls of `call` return `value`, after `skip` more that succeed.
-    void fail(const std::string& call, std::int64_t value, int count = 1, int skip = 0);
-    void clear();
-
+    void fail(const std::string& call, std::int64_t value, int count = 1, int skip = 0) {
+        const std::lock_guard lock(m_lock);
+        m_failures[call] = Failure{value, count, skip};
+    }
+    void clear() {
+        const std::lock_guard lock(m_lock);
+        m_failures.clear();
+    }
     // To be asked once at each call: what it must return, when it must not succeed.
-    [[nodiscard]] std::optional<std::int64_t> failureOf(const std::string& call);
-    [[nodiscard]] bool isPending(const std::string& call);
+    [[nodiscard]] std::optional<std::int64_t> failureOf(const std::string& call) {
+        const std::lock_guard lock(m_lock);
+        const auto failure = m_failures.find(call);
+        if (failure == m_failures.end() || failure->second.skip-- > 0) {
+            return std::nullopt;
+        }
+        const std::int64_t value = failure->second.value;
+        if (--failure->second.count == 0) {
+            m_failures.erase(failure);
+        }
+        return value;
+    }
+    [[nodiscard]] bool isPending(const std::string& call) {
+        const std::lock_guard lock(m_lock);
+        return m_failures.contains(call);
+    }
 
 private:
     struct Failure {

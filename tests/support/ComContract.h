@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include "CKvUnknown.h"
 #include "PlatformCom.h"
 
 // The contract of every class with interfaces, as a test suite (in ComContract.cpp) that a class joins with
@@ -15,14 +14,19 @@
 //     INSTANTIATE_TEST_SUITE_P(Receivers, ComContract, testing::Values(ComSubject{...}), nameOfSubject);
 struct ComSubject {
     std::string name;
-    // A new object with one reference for the caller, by any of its interfaces.
-    std::function<IUnknown*()> create;
-    // The identifiers answered beside that of IUnknown, and some of those that must be refused.
-    std::vector<IID> answered;
-    std::vector<IID> refused;
+    std::function<IUnknown*()> create; // with one reference for the caller, by any interface
+    std::vector<IID> answered;         // beside IID_IUnknown
+    std::vector<IID> refused;          // some of them
+
+    friend void PrintTo(const ComSubject& subject, std::ostream* stream) { *stream << subject.name; }
 };
+inline constexpr auto nameOfSubject = [](const auto& test) { return test.param.name; };
 
-class ComContract : public testing::TestWithParam<ComSubject> {};
+class ComContract : public testing::TestWithParam<ComSubject> {
+protected:
+    ComContract();
+    ~ComContract() override;
 
-void PrintTo(const ComSubject& subject, std::ostream* stream);
-[[nodiscard]] std::string nameOfSubject(const testing::TestParamInfo<ComSubject>& info);
+    std::vector<IID> m_answered = GetParam().answered;
+    IUnknown* const m_object = GetParam().create();
+};

@@ -17,7 +17,6 @@ void* __wrap_memcpy(void* destination, const void* source, std::size_t size) {
     t_copiedBytes += FakeScope::isActive() ? 0 : size;
     return __real_memcpy(destination, source, size);
 }
-
 void* __wrap_memmove(void* destination, const void* source, std::size_t size) {
     t_copiedBytes += FakeScope::isActive() ? 0 : size;
     return __real_memmove(destination, source, size);
@@ -25,5 +24,4 @@ void* __wrap_memmove(void* destination, const void* source, std::size_t size) {
 }
 
 CopyCounter::CopyCounter() noexcept : m_start(t_copiedBytes) {}
-
 std::uint64_t CopyCounter::bytes() const noexcept { return t_copiedBytes - m_start; }

@@ -12,7 +12,6 @@
 #include "PlatformCompiler.h"
 #include "PlatformModule.h"
 #include "PlatformRegistry.h"
-#include "TestClock.h"
 
 namespace KvTest {
 
@@ -20,39 +19,30 @@ namespace {
 
 struct Operation {
     Fault fault{.times = 0};
-    unsigned failed = 0;
     std::uint64_t calls = 0;
 };
 
 // Usable from the first platform call on, which a static initialiser may make.
-constinit BriefLock g_mutex;
-constinit std::atomic<bool> g_shortWaits{false};
+constinit BriefLock g_lock;
 constinit std::array<Operation, static_cast<std::size_t>(PlatformCall::beginthreadex) + 1> g_operations{};
+constinit std::atomic<bool> g_shortWaits{false};
+constinit std::atomic<std::int64_t> g_stoppedAt{-1}; // below 0 while the real clock runs
 
 Operation& operationOf(PlatformCall call) { return g_operations.at(static_cast<std::size_t>(call)); }
 
 // The fault that this call meets.
 std::optional<Fault> countCall(PlatformCall call) {
-    const std::lock_guard lock(g_mutex);
+    const std::lock_guard lock(g_lock);
     Operation& operation = operationOf(call);
     ++operation.calls;
-    if (operation.failed == operation.fault.times) {
+    if (operation.fault.times == 0) {
         return std::nullopt;
     }
-    if (operation.fault.after != 0) {
-        --operation.fault.after;
-        return std::nullopt;
-    }
-    ++operation.failed;
-    return operation.fault;
+    unsigned& left = operation.fault.after != 0 ? operation.fault.after : operation.fault.times;
+    const bool meets = &left == &operation.fault.times;
+    --left;
+    return meets ? std::optional(operation.fault) : std::nullopt;
 }
-
-DWORD allowedWait(DWORD milliseconds) {
-    return g_shortWaits && milliseconds != INFINITE ? std::min<DWORD>(milliseconds, 1) : milliseconds;
-}
-
-// The stopped counter; below 0 while the real clock runs.
-constinit std::atomic<std::int64_t> g_stoppedAt{-1};
 
 std::int64_t realCounter() {
     static const auto original =
@@ -81,32 +71,23 @@ Result pass(Result (*)(Parameters...), const char* name, std::type_identity_t<Pa
 } // namespace
 
 PlatformFault::PlatformFault(PlatformCall call, Fault fault) : m_call(call) {
-    const std::lock_guard lock(g_mutex);
+    const std::lock_guard lock(g_lock);
     operationOf(call).fault = fault;
-    operationOf(call).failed = 0;
 }
-
 PlatformFault::~PlatformFault() {
-    const std::lock_guard lock(g_mutex);
-    operationOf(m_call).fault.times = operationOf(m_call).failed;
+    const std::lock_guard lock(g_lock);
+    operationOf(m_call).fault.times = 0;
 }
-
-unsigned PlatformFault::failed() const {
-    const std::lock_guard lock(g_mutex);
-    return operationOf(m_call).failed;
-}
-
-ShortWaits::ShortWaits() { g_shortWaits = true; }
-
-ShortWaits::~ShortWaits() { g_shortWaits = false; }
 
 std::uint64_t platformCalls(PlatformCall call) {
-    const std::lock_guard lock(g_mutex);
+    const std::lock_guard lock(g_lock);
     return operationOf(call).calls;
 }
 
-TestClock::TestClock() { g_stoppedAt = realCounter(); }
+ShortWaits::ShortWaits() { g_shortWaits = true; }
+ShortWaits::~ShortWaits() { g_shortWaits = false; }
 
+TestClock::TestClock() { g_stoppedAt = realCounter(); }
 TestClock::~TestClock() { g_stoppedAt = -1; }
 
 void TestClock::advance(std::chrono::nanoseconds time) {
@@ -124,11 +105,9 @@ using Call = KvTest::PlatformCall;
 
 // The program's own definitions come before those of the platform library, for every caller in the process.
 extern "C" {
-
 KV_EXPORT BOOL CloseHandle(HANDLE handle) {
     return pass<Call::CloseHandle>(&CloseHandle, "CloseHandle", handle);
 }
-
 KV_EXPORT HRESULT CoCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD context, REFIID iid,
                                    void** object) {
     if (object != nullptr) {
@@ -137,56 +116,43 @@ KV_EXPORT HRESULT CoCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD contex
     return pass<Call::CoCreateInstance>(&CoCreateInstance, "CoCreateInstance", clsid, outer, context, iid,
                                         object);
 }
-
 KV_EXPORT HRESULT CoInitializeEx(void* reserved, DWORD model) {
     return pass<Call::CoInitializeEx>(&CoInitializeEx, "CoInitializeEx", reserved, model);
 }
-
 KV_EXPORT void CoUninitialize() { pass<Call::CoUninitialize>(&CoUninitialize, "CoUninitialize"); }
-
 KV_EXPORT HANDLE CreateEventA(SECURITY_ATTRIBUTES* attributes, BOOL manual, BOOL initial, const char* name) {
     return pass<Call::CreateEventA>(&CreateEventA, "CreateEventA", attributes, manual, initial, name);
 }
-
 KV_EXPORT DWORD GetModuleFileNameA(HMODULE module, char* path, DWORD capacity) {
     return pass<Call::GetModuleFileNameA>(&GetModuleFileNameA, "GetModuleFileNameA", module, path, capacity);
 }
-
 KV_EXPORT LSTATUS RegCloseKey(HKEY key) { return pass<Call::RegCloseKey>(&RegCloseKey, "RegCloseKey", key); }
-
 KV_EXPORT LSTATUS RegCreateKeyW(HKEY parent, const wchar_t* name, HKEY* key) {
     return pass<Call::RegCreateKeyW>(&RegCreateKeyW, "RegCreateKeyW", parent, name, key);
 }
-
 KV_EXPORT LSTATUS RegDeleteKeyW(HKEY parent, const wchar_t* name) {
     return pass<Call::RegDeleteKeyW>(&RegDeleteKeyW, "RegDeleteKeyW", parent, name);
 }
-
 KV_EXPORT LSTATUS RegSetValueExW(HKEY key, const wchar_t* name, DWORD reserved, DWORD type, const BYTE* data,
                                  DWORD bytes) {
     return pass<Call::RegSetValueExW>(&RegSetValueExW, "RegSetValueExW", key, name, reserved, type, data,
                                       bytes);
 }
-
 KV_EXPORT LSTATUS RegSetValueW(HKEY key, const wchar_t* name, DWORD type, const wchar_t* text, DWORD bytes) {
     return pass<Call::RegSetValueW>(&RegSetValueW, "RegSetValueW", key, name, type, text, bytes);
 }
-
 KV_EXPORT BOOL ResetEvent(HANDLE event) { return pass<Call::ResetEvent>(&ResetEvent, "ResetEvent", event); }
-
 KV_EXPORT BOOL SetEvent(HANDLE event) { return pass<Call::SetEvent>(&SetEvent, "SetEvent", event); }
-
 KV_EXPORT DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds) {
+    const bool isShort = KvTest::g_shortWaits && milliseconds != INFINITE;
     return pass<Call::WaitForSingleObject>(&WaitForSingleObject, "WaitForSingleObject", handle,
-                                           KvTest::allowedWait(milliseconds));
+                                           isShort ? std::min<DWORD>(milliseconds, 1) : milliseconds);
 }
-
 KV_EXPORT std::uintptr_t _beginthreadex(void* security, unsigned stackSize, unsigned (*routine)(void*),
                                         void* context, unsigned flags, unsigned* threadId) {
     return pass<Call::beginthreadex>(&_beginthreadex, "_beginthreadex", security, stackSize, routine, context,
                                      flags, threadId);
 }
-
 KV_EXPORT BOOL QueryPerformanceCounter(LARGE_INTEGER* counter) {
     const std::int64_t stoppedAt = KvTest::g_stoppedAt;
     counter->QuadPart = stoppedAt >= 0 ? stoppedAt : KvTest::realCounter();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 
 #include "PlatformKernel.h"
@@ -43,24 +44,31 @@ public:
     PlatformFault(const PlatformFault&) = delete;
     PlatformFault& operator=(const PlatformFault&) = delete;
 
-    // Calls that failed so far.
-    unsigned failed() const;
-
 private:
     const PlatformCall m_call;
 };
 
+// Calls of one operation since the program began, failed ones included.
+std::uint64_t platformCalls(PlatformCall call);
+
 // While it lives, a wait with a limit lasts 1 ms at most, so that a test need not sit out the quiet that ends
 // a stream. Waits without a limit are left alone.
-class ShortWaits {
-public:
+struct ShortWaits {
     ShortWaits();
     ~ShortWaits();
     ShortWaits(const ShortWaits&) = delete;
     ShortWaits& operator=(const ShortWaits&) = delete;
 };
 
-// Calls of one operation since the program began, failed ones included.
-std::uint64_t platformCalls(PlatformCall call);
+// Stops the performance counter for the whole process while it lives; the test moves it. The counter begins
+// at the real clock's time. One at a time.
+struct TestClock {
+    TestClock();
+    ~TestClock();
+    TestClock(const TestClock&) = delete;
+    TestClock& operator=(const TestClock&) = delete;
+
+    static void advance(std::chrono::nanoseconds time);
+};
 
 } // namespace KvTest

@@ -49,6 +49,3 @@ private:
     } m_buffer;
     std::atomic<int> m_delivered{0};
 };
-
-using PooledVideoSink = PooledSink;
-using PooledAudioSink = PooledSink;

@@ -3,42 +3,32 @@
 #include <array>
 #include <ostream>
 
-#include "CKvUnknown.h"
 #include "HostSettings.h"
 #include "RtmpReceiverFactory.h"
 #include "RtpReceiverFactory.h"
 #include "RtspReceiverFactory.h"
 #include "TsOverUdpReceiverFactory.h"
 
+// Null values give null settings.
+template <class Factory>
+HRESULT createThroughFactory(const SettingsValues* values, IKvNetworkStreamDetectorCallback* callback,
+                             IKvNetworkReceiverController** receiver) {
+    Factory factory;
+    HostSettings settings(values != nullptr ? *values : SettingsValues{});
+    return factory.CreateReceiver(values != nullptr ? &settings : nullptr, callback, receiver);
+}
+
 // The four kinds of receiver as rows of a table, each made through its factory.
 struct ReceiverKind {
     const char* name;
     const char* url;
     const char* otherUrl;
-    HRESULT(*create)
-    (const SettingsValues*, IKvNetworkStreamDetectorCallback*, IKvNetworkReceiverController**);
+    decltype(&createThroughFactory<KorvelVideo::Network::RtspReceiverFactory>) create;
 
     friend std::ostream& operator<<(std::ostream& stream, const ReceiverKind& kind) {
         return stream << kind.name;
     }
 };
-
-// Null values give null settings.
-template <class Factory>
-HRESULT createThroughFactory(const SettingsValues* values, IKvNetworkStreamDetectorCallback* callback,
-                             IKvNetworkReceiverController** receiver) {
-    HRESULT result = S_OK;
-    CKvUnknown* const object = Factory::CreateInstance(nullptr, &result);
-    if (object == nullptr) {
-        return result;
-    }
-    object->NonDelegatingAddRef();
-    HostSettings settings(values != nullptr ? *values : SettingsValues{});
-    result = static_cast<Factory*>(object)->CreateReceiver(values != nullptr ? &settings : nullptr, callback,
-                                                           receiver);
-    object->NonDelegatingRelease();
-    return result;
-}
 
 inline const std::array<ReceiverKind, 4> kReceiverKinds{{
     {"Rtsp", "rtsp://host/a", "rtsp://host/b",

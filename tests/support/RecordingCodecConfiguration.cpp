@@ -10,26 +10,11 @@ using Recording = RecordingCodecConfiguration;
 
 namespace {
 
-class Configuration final : public TestObject<IKvAACCodecConfigDataAccess> {
-public:
-    Configuration()
-        : TestObject(IID_IKvAACCodecConfigDataAccess),
-          m_name("config" + std::to_string(++Recording::created)) {
-        ++Recording::alive;
-        ++Recording::references;
-    }
+struct Configuration final : TestObject<IKvAACCodecConfigDataAccess> {
+    Configuration() : TestObject(IID_IKvAACCodecConfigDataAccess) { ++Recording::alive; }
     ~Configuration() override {
-        CallLog::instance().record(m_name + " ended");
+        CallLog::instance().record(name + " ended");
         --Recording::alive;
-    }
-
-    ULONG AddRef() override {
-        ++Recording::references;
-        return TestObject::AddRef();
-    }
-    ULONG Release() override {
-        --Recording::references;
-        return TestObject::Release();
     }
     HRESULT SetCodecConfigData(const SKvCodecConfigData* data) override {
         std::string bytes = data->m_configData == nullptr ? " null" : "";
@@ -38,15 +23,12 @@ public:
             std::snprintf(byte, sizeof(byte), " %02X", data->m_configData[i]);
             bytes += byte;
         }
-        CallLog::instance().recordCall(m_name + ".SetCodecConfigData", data->m_size, data->m_configLength,
+        CallLog::instance().recordCall(name + ".SetCodecConfigData", data->m_size, data->m_configLength,
                                        bytes.substr(bytes.empty() ? 0 : 1));
         return Recording::dataResult;
     }
 
-    [[nodiscard]] const std::string& name() const { return m_name; }
-
-private:
-    const std::string m_name;
+    const std::string name = "config" + std::to_string(++Recording::created);
 };
 
 TestClass g_class([]() -> IUnknown* {
@@ -54,7 +36,7 @@ TestClass g_class([]() -> IUnknown* {
         return nullptr;
     }
     auto* const configuration = new Configuration;
-    CallLog::instance().recordCall("CreateInstance", configuration->name());
+    CallLog::instance().recordCall("CreateInstance", configuration->name);
     return configuration;
 });
 
@@ -68,9 +50,7 @@ Recording::RecordingCodecConfiguration() {
                           REGCLS_MULTIPLEUSE, &m_cookie);
 }
 
-Recording::~RecordingCodecConfiguration() { CoRevokeClassObject(m_cookie); }
-
 std::string Recording::nameOf(const IUnknown* object) {
     const auto* const configuration = dynamic_cast<const Configuration*>(object);
-    return configuration == nullptr ? "unknown object" : configuration->name();
+    return configuration == nullptr ? "unknown object" : configuration->name;
 }

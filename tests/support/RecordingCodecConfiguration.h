@@ -11,9 +11,9 @@
 class RecordingCodecConfiguration {
 public:
     RecordingCodecConfiguration();
+    ~RecordingCodecConfiguration() { CoRevokeClassObject(m_cookie); }
     RecordingCodecConfiguration(const RecordingCodecConfiguration&) = delete;
     RecordingCodecConfiguration& operator=(const RecordingCodecConfiguration&) = delete;
-    ~RecordingCodecConfiguration();
 
     [[nodiscard]] static std::string nameOf(const IUnknown* object);
 
@@ -21,7 +21,6 @@ public:
     static inline std::atomic<HRESULT> dataResult{S_OK}; // of SetCodecConfigData
     static inline std::atomic<int> created{0};           // 0 makes the next object config1 again
     static inline std::atomic<int> alive{0};             // objects that someone still holds
-    static inline std::atomic<int> references{0};        // on all of them together
 
 private:
     DWORD m_cookie = 0;

@@ -13,21 +13,6 @@
 #include "KvStreamInformation.h"
 #include "TestObject.h"
 
-// What a recording host does otherwise than succeed: `fail` with a call's name as in the interfaces, such as
-// "Lock", and its result.
-struct HostScript : CallScript {
-    std::atomic<int> capacityChange{0};      // of every buffer lent
-    std::atomic<bool> lendsNothing{false};   // but succeeds
-    std::atomic<bool> lendsNoAddress{false}; // of a buffer
-
-    void reset() {
-        clear();
-        capacityChange = 0;
-        lendsNothing = false;
-        lendsNoAddress = false;
-    }
-};
-
 // One delivered access unit as the host got it.
 struct DeliveredUnit {
     std::vector<std::uint8_t> bytes;
@@ -48,6 +33,12 @@ public:
     HRESULT DeliverAudioSamples(IKvAudioSamples* samples) override;
     HRESULT NotifyStatus(HRESULT status) override;
 
+    // Forgets its script and the numbers of its buffers.
+    void restart() {
+        script.clear();
+        onCall = nullptr;
+        m_bufferNumber = 0;
+    }
     std::vector<DeliveredUnit> takeDelivered();
     std::vector<HRESULT> takeStatuses();
     // Buffers lent and not yet released by everyone.
@@ -55,7 +46,10 @@ public:
     // Waits up to 30 s for a status; false when it did not come.
     [[nodiscard]] bool waitForStatus(HRESULT status);
 
-    HostScript script;
+    // What it does otherwise than succeed: `fail` with a call's name as in the interfaces, such as "Lock",
+    // and its result. "capacity" fails with the bytes that a buffer has more than it was asked for, "buffer"
+    // by lending none, "address" by lending one without.
+    CallScript script;
     // Runs inside the named call, after it was recorded; set before the module runs.
     std::function<void(const std::string& call)> onCall;
 

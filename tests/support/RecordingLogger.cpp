@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <mutex>
-#include <ostream>
 #include <utility>
 
 #include "CallLog.h"
@@ -17,9 +16,15 @@ struct Records {
     std::vector<LogLine> lines;
     std::vector<CKvVaneException> exceptions;
     std::vector<std::string> sites;
-    bool enabled = true;
-    int foreignModuleIds = 0;
+    std::atomic<bool> enabled{true};
+    std::atomic<int> foreignModuleIds{0};
     std::atomic<int> alive{0};
+
+    template <class Kept>
+    Kept take(Kept& kept) {
+        const std::lock_guard guard(lock);
+        return std::exchange(kept, {});
+    }
 };
 
 Records& records() {
@@ -65,42 +70,33 @@ struct Registration {
 // Before every static of ordinary priority, the module's holders among them.
 [[gnu::init_priority(101)]] Registration g_registration;
 
-template <class Kept>
-Kept take(Kept& kept) {
-    const std::lock_guard lock(records().lock);
-    return std::exchange(kept, {});
-}
-
 } // namespace
-
-std::ostream& operator<<(std::ostream& stream, const LogLine& line) {
-    return stream << '{' << line.category << ", " << line.level << ", \"" << line.text << "\"}";
-}
 
 namespace RecordingLogger {
 
 std::vector<LogLine> takeLines(bool withLifetimeLines) {
-    std::vector<LogLine> lines = take(records().lines);
-    if (!withLifetimeLines) {
-        std::erase_if(lines, [](const LogLine& line) { return line.level == 0; });
-    }
+    std::vector<LogLine> lines = records().take(records().lines);
+    std::erase_if(lines, [&](const LogLine& line) { return !withLifetimeLines && line.level == 0; });
     return lines;
 }
-
-std::vector<CKvVaneException> takeExceptions() { return take(records().exceptions); }
-
-std::vector<std::string> takeSites() { return take(records().sites); }
+std::vector<CKvVaneException> takeExceptions() { return records().take(records().exceptions); }
+std::string takeExceptionText() {
+    std::string text;
+    for (const CKvVaneException& exception : takeExceptions()) {
+        text += hexadecimal(exception.m_result) + " " + exception.m_sourceFile + ": " +
+                exception.m_expression + "\n";
+    }
+    return text;
+}
+std::vector<std::string> takeSites() { return records().take(records().sites); }
 
 void clear() {
-    static_cast<void>(take(records().lines));
-    static_cast<void>(take(records().exceptions));
-    static_cast<void>(take(records().sites));
+    static_cast<void>(takeLines());
+    static_cast<void>(takeExceptions());
+    static_cast<void>(takeSites());
 }
 
-void setEnabled(bool enabled) {
-    const std::lock_guard lock(records().lock);
-    records().enabled = enabled;
-}
+void setEnabled(bool enabled) { records().enabled = enabled; }
 
 void registerClass() {
     static auto* const loggerClass = new TestClass([]() -> IUnknown* { return new Logger; });
@@ -109,11 +105,7 @@ void registerClass() {
 }
 
 int alive() { return records().alive; }
-
-int foreignModuleIds() {
-    const std::lock_guard lock(records().lock);
-    return records().foreignModuleIds;
-}
+int foreignModuleIds() { return records().foreignModuleIds; }
 
 } // namespace RecordingLogger
 
@@ -121,7 +113,6 @@ Unrecorded::Unrecorded() {
     CallLog::instance().setEnabled(false);
     RecordingLogger::setEnabled(false);
 }
-
 Unrecorded::~Unrecorded() {
     CallLog::instance().setEnabled(true);
     RecordingLogger::setEnabled(true);

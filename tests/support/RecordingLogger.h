@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -15,39 +16,34 @@ struct LogLine {
     std::string text;
 
     bool operator==(const LogLine&) const = default;
-    friend std::ostream& operator<<(std::ostream& stream, const LogLine& line);
+    friend std::ostream& operator<<(std::ostream& stream, const LogLine& line) {
+        return stream << '{' << line.category << ", " << line.level << ", \"" << line.text << "\"}";
+    }
 };
 
 namespace RecordingLogger {
 
-// The lines since the last take, without those of level 0 (construction and destruction) unless asked for.
+// What came since the last take. Lines without those of level 0 (construction and destruction) unless asked
+// for; sites of lines as "src/File|function signature".
 std::vector<LogLine> takeLines(bool withLifetimeLines = false);
-
-// The exceptions handed over since the last take.
 std::vector<CKvVaneException> takeExceptions();
-
-// The sites of the lines since the last take: "src/File|function signature".
+std::string takeExceptionText(); // a line each: "0x80070005 src/File: expression"
 std::vector<std::string> takeSites();
-
-// Registers the class object in the calling thread's apartment; another one's may be out of its reach.
-void registerClass();
-
 void clear();
 
 // While off, calls are dropped (and nothing is allocated).
 void setEnabled(bool enabled);
 
-// How many logger objects are alive.
-[[nodiscard]] int alive();
+// Registers the class object in the calling thread's apartment; another one's may be out of its reach.
+void registerClass();
 
-// The module identifiers seen other than 7.
-[[nodiscard]] int foreignModuleIds();
+[[nodiscard]] int alive();            // logger objects
+[[nodiscard]] int foreignModuleIds(); // module identifiers seen other than 7
 
 } // namespace RecordingLogger
 
 // While it lives, neither calls nor log lines are kept: for long runs, and where allocations count.
-class Unrecorded {
-public:
+struct Unrecorded {
     Unrecorded();
     ~Unrecorded();
     Unrecorded(const Unrecorded&) = delete;

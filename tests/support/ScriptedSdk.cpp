@@ -7,7 +7,6 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <stdexcept>
 #include <thread>
 #include <utility>
 
@@ -30,16 +29,13 @@ struct State {
     std::vector<ScriptedSdk::Announcement> announcements;
     std::vector<Client*> clients;
     std::map<const IMediaConsumer*, std::string> consumerNames;
-    std::map<std::uint8_t*, std::string> lent;
-    std::vector<std::unique_ptr<std::uint8_t[]>> storage;
-    std::vector<std::uint8_t*> spare;
+    std::map<const std::uint8_t*, std::string> lent;
+    std::vector<std::unique_ptr<std::uint8_t[]>> spare;
     int clientNumber = 0;
     int consumerNumber = 0;
     int bufferNumber = 0;
     int runningThreads = 0;
     ScriptedSdk::Remains remains;
-    void* lastReceiver = nullptr;
-    INetStreamCreator* lastCreator = nullptr;
 };
 
 // Never destroyed: a client's thread may outlive main.
@@ -53,6 +49,9 @@ struct Locked {
     FakeScope fake;
     std::unique_lock<std::mutex> lock{state().lock};
 };
+
+// The client of which the calling thread is a thread.
+thread_local const void* t_ownClient = nullptr;
 
 // All with the lock held.
 
@@ -100,10 +99,9 @@ public:
             return nullptr;
         }
         if (state().spare.empty()) {
-            state().storage.push_back(std::make_unique<std::uint8_t[]>(kBufferSize));
-            state().spare.push_back(state().storage.back().get());
+            state().spare.push_back(std::make_unique<std::uint8_t[]>(kBufferSize));
         }
-        std::uint8_t* const buffer = state().spare.back();
+        std::uint8_t* const buffer = state().spare.back().release();
         state().spare.pop_back();
         state().lent[buffer] = "buffer" + std::to_string(++state().bufferNumber);
         *capacity = kBufferSize;
@@ -111,50 +109,25 @@ public:
     }
     std::int32_t ConfirmBufferSize(std::uint8_t* buffer, std::uint32_t dataLength) override {
         const Locked locked;
-        record("ConfirmBufferSize", nameOf(state().lent, buffer), dataLength);
+        record("ConfirmBufferSize", nameOf<const std::uint8_t*>(state().lent, buffer), dataLength);
         return static_cast<std::int32_t>(statusOf("ConfirmBufferSize"));
     }
     void ReleaseBuffer(std::uint8_t* buffer) override {
         const Locked locked;
-        record("ReleaseBuffer", nameOf(state().lent, buffer));
+        record("ReleaseBuffer", nameOf<const std::uint8_t*>(state().lent, buffer));
         if (state().lent.erase(buffer) == 0) {
-            ++state().remains.wrongReleases;
+            ++state().remains.misuses;
             return;
         }
         // What is read after it was given back is not what was received.
         std::fill_n(buffer, 64, std::uint8_t{0xDD});
-        state().spare.push_back(buffer);
+        state().spare.emplace_back(buffer);
     }
-};
-
-// The client of which the calling thread is a thread.
-thread_local const void* t_ownClient = nullptr;
-
-// A thread of a client, in an apartment as those of a real client are.
-class ClientThread {
-public:
-    explicit ClientThread(const void* client)
-        : m_entered(CoInitializeEx(nullptr, COINIT_MULTITHREADED) >= 0) {
-        t_ownClient = client;
-    }
-    ~ClientThread() {
-        if (m_entered) {
-            CoUninitialize();
-        }
-    }
-    ClientThread(const ClientThread&) = delete;
-    ClientThread& operator=(const ClientThread&) = delete;
-
-private:
-    bool m_entered;
 };
 
 class Client final : public SdkNetworkClient {
 public:
-    explicit Client(INetStreamCreator* creator)
-        : m_creator(creator), m_name("client" + std::to_string(++state().clientNumber)) {
-        state().clients.push_back(this);
-    }
+    explicit Client(INetStreamCreator* creator) : m_creator(*creator) { state().clients.push_back(this); }
 
     void ReservedSlot0() override {}
     void ReservedSlot1() override {}
@@ -173,7 +146,7 @@ public:
         const auto announcements = state().announcements;
         locked.lock.unlock();
         if (status == 0 && !announcements.empty()) {
-            std::thread([this, &announcements] { announceAll(announcements); }).join();
+            std::thread([this, &announcements] { run([&] { announceAll(announcements); }); }).join();
         }
         return status;
     }
@@ -205,11 +178,22 @@ public:
     }
 
     // With the lock held.
+    [[nodiscard]] INetStreamCreator& creator() const { return m_creator; }
     [[nodiscard]] const std::vector<IMediaConsumer*>& consumers() const { return m_consumers; }
     void addThreads(int threads) {
         m_threads += threads;
         state().runningThreads += threads;
         state().changed.notify_all();
+    }
+
+    // What a thread of this client does, in an apartment as those of a real client are.
+    void run(const std::function<void()>& callback) const {
+        const bool entered = CoInitializeEx(nullptr, COINIT_MULTITHREADED) >= 0;
+        t_ownClient = this;
+        callback();
+        if (entered) {
+            CoUninitialize();
+        }
     }
 
 private:
@@ -229,11 +213,10 @@ private:
         return status;
     }
     void announceAll(const std::vector<ScriptedSdk::Announcement>& announcements) {
-        const ClientThread thread(this);
         for (const auto& announcement : announcements) {
             IMediaConsumer* consumer = nullptr;
             try {
-                consumer = ScriptedSdk::announce(*m_creator, announcement);
+                consumer = ScriptedSdk::announce(m_creator, announcement);
             } catch (...) { // NOLINT(bugprone-empty-catch): a stream that was not taken
             }
             const Locked locked;
@@ -244,8 +227,8 @@ private:
         }
     }
 
-    INetStreamCreator* m_creator;
-    std::string m_name;
+    INetStreamCreator& m_creator;
+    const std::string m_name = "client" + std::to_string(++state().clientNumber);
     std::vector<IMediaConsumer*> m_consumers;
     int m_threads = 0;
     bool m_shutDown = false;
@@ -269,7 +252,7 @@ SdkBufferAllocator* CreateBufferAllocator(std::uint32_t kind, std::uint32_t coun
 
 void AttachBuffer(_tagConsumerInfo* info, std::uint32_t offset, std::uint32_t capacity) {
     const Locked locked;
-    record("AttachBuffer", nameOf(state().lent, info->buffer), offset, capacity);
+    record("AttachBuffer", nameOf<const std::uint8_t*>(state().lent, info->buffer), offset, capacity);
 }
 
 std::int32_t StartSocketService() {
@@ -293,34 +276,23 @@ SdkNetworkClient* CreateNetworkClient(INetStreamCreator* creator, const SdkClien
                                    [](std::uint8_t value) { return value == 0; });
     record("CreateNetworkClient", creator != nullptr ? "creator" : "null",
            zeros && settings->receiver != nullptr ? "receiver" : "wrong settings");
-    state().lastReceiver = settings->receiver;
-    state().lastCreator = creator;
     return statusOf("CreateNetworkClient") == 0 ? new Client(creator) : nullptr;
 }
 }
 
 namespace ScriptedSdk {
 
-std::ostream& operator<<(std::ostream& stream, const Remains& remains) {
-    return stream << remains.services << " services, " << remains.clients << " clients, "
-                  << remains.allocators << " allocators, " << remains.buffers << " buffers, "
-                  << remains.misuses << " misuses, " << remains.wrongReleases << " wrong releases";
-}
-
 void reset(std::vector<Announcement> announcements) {
     const Locked locked;
     state().script.clear();
     state().announcements = std::move(announcements);
     state().consumerNames.clear();
-    state().clientNumber = 0;
-    state().consumerNumber = 0;
-    state().bufferNumber = 0;
+    state().clientNumber = state().consumerNumber = state().bufferNumber = 0;
 }
 
 void failCall(const std::string& call, std::uint32_t status, int skip) {
     state().script.fail(call, status, 1, skip);
 }
-
 bool isFailurePending(const std::string& call) { return state().script.isPending(call); }
 
 Remains remains() {
@@ -331,20 +303,10 @@ Remains remains() {
     return remains;
 }
 
-void* lastReceiver() {
-    const Locked locked;
-    return state().lastReceiver;
-}
-
 INetStreamCreator& lastCreator() {
     const Locked locked;
-    INetStreamCreator* const creator = state().lastCreator;
-    if (creator == nullptr) {
-        throw std::logic_error("no client was made");
-    }
-    return *creator;
+    return state().clients.at(state().clients.size() - 1)->creator();
 }
-
 std::vector<IMediaConsumer*> consumers() {
     const Locked locked;
     return state().clients.empty() ? std::vector<IMediaConsumer*>{} : state().clients.back()->consumers();
@@ -355,15 +317,11 @@ void runOnClientThread(std::function<void()> callback) {
     Client* const client = state().clients.back();
     client->addThreads(1);
     std::thread([client, callback = std::move(callback)] {
-        {
-            const ClientThread thread(client);
-            callback();
-        }
+        client->run(callback);
         const Locked ended;
         client->addThreads(-1);
     }).detach();
 }
-
 bool waitForClientThreads() {
     Locked locked;
     return state().changed.wait_for(locked.lock, kLongestWait, [] { return state().runningThreads == 0; });

@@ -13,6 +13,9 @@
 // made, given or lent. A status of 0 is success, 11 for the socket layer.
 namespace ScriptedSdk {
 
+using MainConcept::NetworkStreaming::IMediaConsumer;
+using MainConcept::NetworkStreaming::INetStreamCreator;
+
 // An elementary stream as a client announces it.
 struct Announcement {
     std::uint32_t mediaKind = MainConcept::NetworkStreaming::keMediaVideo;
@@ -42,18 +45,19 @@ struct Remains {
     int allocators = 0;
     int buffers = 0; // lent
     int misuses = 0;
-    int wrongReleases = 0;
 
     bool operator==(const Remains&) const = default;
-    friend std::ostream& operator<<(std::ostream& stream, const Remains& remains);
+    friend std::ostream& operator<<(std::ostream& stream, const Remains& remains) {
+        return stream << remains.services << " services, " << remains.clients << " clients, "
+                      << remains.allocators << " allocators, " << remains.buffers << " buffers, "
+                      << remains.misuses << " misuses";
+    }
 };
 [[nodiscard]] Remains remains();
 
-// What the newest client was given as its receiver, and its creator.
-[[nodiscard]] void* lastReceiver();
-[[nodiscard]] MainConcept::NetworkStreaming::INetStreamCreator& lastCreator();
-// The consumers that the newest client got from its creator.
-[[nodiscard]] std::vector<MainConcept::NetworkStreaming::IMediaConsumer*> consumers();
+// Of the newest client: its creator, and the consumers that it got from that.
+[[nodiscard]] INetStreamCreator& lastCreator();
+[[nodiscard]] std::vector<IMediaConsumer*> consumers();
 
 // Runs `callback` on a thread of the newest client. The client's Stop and Shutdown wait for it, as those of a
 // real client wait for the delivery under way.
@@ -70,13 +74,12 @@ struct Sample {
     std::uint8_t sampleValid = 1;
     std::uint8_t discard = 0;
 };
-bool play(MainConcept::NetworkStreaming::IMediaConsumer& consumer, const Sample& sample);
+bool play(IMediaConsumer& consumer, const Sample& sample);
 
-void notify(MainConcept::NetworkStreaming::IMediaConsumer& consumer, int type);
+void notify(IMediaConsumer& consumer, int type);
 
 // Announces one elementary stream as a client does and returns the creator's consumer. The record is gone
 // when the call ends, with the bytes that it points to.
-MainConcept::NetworkStreaming::IMediaConsumer*
-announce(MainConcept::NetworkStreaming::INetStreamCreator& creator, const Announcement& announcement);
+IMediaConsumer* announce(INetStreamCreator& creator, const Announcement& announcement);
 
 } // namespace ScriptedSdk

@@ -65,6 +65,20 @@ std::vector<TableRow> readTable(const std::string& path) {
     return rows;
 }
 
+std::map<std::string, std::string> readSections(const std::string& path) {
+    std::ifstream file = open(path);
+    std::map<std::string, std::string> sections;
+    std::string section;
+    for (std::string line; std::getline(file, line);) {
+        if (line.starts_with('[')) {
+            section = line.substr(1, line.size() - 2);
+        } else if (!line.empty() && line.front() != '#') {
+            sections[section] += line + "\n";
+        }
+    }
+    return sections;
+}
+
 std::vector<Bytes> splitLoasFrames(const Bytes& stream) {
     std::vector<Bytes> frames;
     for (std::size_t at = 0; at + 3 <= stream.size();) {

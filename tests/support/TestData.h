@@ -26,6 +26,9 @@ struct TableRow {
 };
 std::vector<TableRow> readTable(const std::string& path);
 
+// The lines below each line "[section]", up to the next one, without empty ones and comments.
+std::map<std::string, std::string> readSections(const std::string& path);
+
 // One LOAS frame after the other, cut by their announced lengths.
 std::vector<Bytes> splitLoasFrames(const Bytes& stream);
 
