@@ -17,10 +17,8 @@ kv_rename_calls(reception src kv_renamed_foundation kv::bitstream)
 kv_rename_calls(receivers src kv_renamed_reception)
 
 set(KV_NOT_ON_WINDOWS
-  # They count copies, and the thread-local storage in which they are counted copies by itself there.
-  DeliveryCostTest.cpp kv_copy_counter
-  # They begin with POSIX files, or with what a POSIX system says of a process.
-  ReceiverRoundsTest.cpp SessionDescriptionTest.cpp)
+  # They begin with POSIX files.
+  SessionDescriptionTest.cpp)
 
 # kv_fit_tests(<list>): leaves in a list of sources or libraries what serves there.
 function(kv_fit_tests list)

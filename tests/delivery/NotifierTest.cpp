@@ -68,7 +68,6 @@ TEST_F(NotifierTest, EachFailureOfTheHostLosesOnlyItsOwnAccessUnit) {
         const Kind& kind = kKinds.at(kindName);
         std::vector<Bytes> pieces = kind.pieces;
         RecordingCodecConfiguration::created = 0;
-        RecordingCodecConfiguration::dataResult = E_FAIL; // the configuration object's own affair
         m_sink.restart();
         Notifier notifier = kind.make(&m_sink);
         arrange(call, how);

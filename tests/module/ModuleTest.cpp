@@ -66,16 +66,6 @@ TEST_F(Module, ALockKeepsIt) {
     }
 }
 
-TEST_F(Module, HasALoggerForEachSourceFileWhileItIsLoaded) {
-    const int before = RecordingLogger::alive();
-    {
-        const LoadedModule module;
-        EXPECT_GT(RecordingLogger::alive(), before + 5);
-    }
-    EXPECT_EQ(RecordingLogger::alive(), before);
-    EXPECT_EQ(RecordingLogger::foreignModuleIds(), 0);
-}
-
 class ModuleLife : public Module {
 protected:
     ModuleLife() {

@@ -114,32 +114,4 @@ TEST_F(Registration, AKeyThatCannotBeRemovedDoesNotHoldUpTheOthers) {
     expectRegistered(false);
 }
 
-// The tool for the same.
-TEST_F(Registration, TheToolSaysWhatItDid) {
-    const std::string module = KV_MODULE;
-    const std::string classes =
-        "  {5B0B6B0C-7D0E-4B44-9D27-0B1F64C0A041}  Korvel RTSP Receiver Factory\n"
-        "  {5B0B6B0C-7D0E-4B44-9D27-0B1F64C0A042}  Korvel RTMP Receiver Factory\n"
-        "  {5B0B6B0C-7D0E-4B44-9D27-0B1F64C0A043}  Korvel RTP Receiver Factory\n"
-        "  {5B0B6B0C-7D0E-4B44-9D27-0B1F64C0A044}  Korvel TS over UDP Receiver Factory\n";
-    struct Row {
-        std::string arguments;
-        int exitCode;
-        std::string output; // or a part of it
-    };
-    for (const Row& row :
-         {Row{"--unregister " + module, 0, module + " was not registered\n"},
-          Row{module, 0, "registered " + module + "\n" + classes},
-          Row{"-u " + module, 0, "unregistered " + module + "\n" + classes}, Row{"", 2, "usage:"},
-          Row{"--unregister", 2, "usage:"}, Row{"--help", 0, "usage:"},
-          Row{"--register x", 2, "unknown option --register"},
-          Row{"/dev/null", 1, "cannot load /dev/null (error 126)"},
-          Row{"missing.so " + module, 1, "registered " + module},
-          Row{KV_PLATFORM_LIBRARY, 1, "has no DllRegisterServer: it is not an in-process server"}}) {
-        const auto [exitCode, output] = run(KV_REGISTER_TOOL " " + row.arguments);
-        EXPECT_EQ(exitCode, row.exitCode) << row.arguments;
-        EXPECT_NE(output.find(row.output), std::string::npos) << output;
-    }
-}
-
 } // namespace

@@ -211,16 +211,4 @@ TEST_F(ReceiverCallbackOrder, AFailedWaitDoesNotKeepTheStopFromEnding) {
     release();
 }
 
-// The worker of a stream that an RTMP stop finishes cannot be started: logged, and the stop returns.
-TEST_F(ReceiverCallbackOrder, AWorkerThatCannotBeStartedDoesNotFailTheStop) {
-    createAndStart(kRtmp);
-    {
-        const PlatformFault noThread(PlatformCall::beginthreadex, {});
-        EXPECT_EQ(receiver->Stop(), S_OK);
-    }
-    EXPECT_EQ(RecordingLogger::takeLines().back(),
-              (LogLine{0, 4, "CKvThread::Create -> could not create a thread"}));
-    release();
-}
-
 } // namespace

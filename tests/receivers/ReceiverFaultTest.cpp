@@ -130,20 +130,6 @@ TEST_P(ReceiverFault, EveryStatusOfEverySdkOperation) {
     }
 }
 
-TEST_P(ReceiverFault, EveryCallOfTheHost) {
-    for (const char* const call : {"ProvideVideoSurface", "Lock", "SetTimeStampInfo", "SignalWriteCompletion",
-                                   "DeliverVideoSurface", "NotifyStatus"}) {
-        for (int skip = 0; skip < 4; ++skip) {
-            restart();
-            videoSink.script.fail(call, E_FAIL, 1, skip);
-            EXPECT_EQ(live(detector), Failures{}) << call << " after " << skip;
-            expectNothingLeft();
-        }
-    }
-    detector.videoSink = nullptr; // of every stream: there is nothing to receive, and no failure
-    EXPECT_EQ(live(detector), Failures{});
-}
-
 TEST_P(ReceiverFault, EveryAllocation) {
     const Unrecorded unrecorded;
     static_cast<void>(live(m_quiet)); // what is allocated once and kept

@@ -101,28 +101,6 @@ TEST_F(NetworkStreamReceiverTest, GathersBuffersOfOneTimeStamp) {
     EXPECT_EQ(takeCalls().back(), "Reset(0)");
 }
 
-// A notifier that keeps the access units themselves, the empty ones too.
-class RecordingNotifier final : public IAudioVideoReceptionNotifier {
-public:
-    void notifyReception(const AccessUnit& accessUnit, std::uint64_t timeStamp) override {
-        m_calls.push_back(std::to_string(accessUnit.size()) + " pieces at " + std::to_string(timeStamp));
-    }
-    HRESULT notifyStatus(HRESULT) override { return E_FAIL; }
-    Calls m_calls;
-};
-
-TEST_F(NetworkStreamReceiverTest, EmptyAccessUnitsReachTheNotifierButForTheWorkers) {
-    RecordingNotifier notifier;
-    NetworkStreamReceiver receiver(&notifier);
-    ScriptedSdk::play(receiver, {{1}, 40});
-    ScriptedSdk::play(receiver, {{}, 40});
-    ScriptedSdk::notify(receiver, 0);
-    ScriptedSdk::notify(receiver, 0);
-    receiver.forceEndOfStream();
-    receiver.releasePendingSamples();
-    EXPECT_EQ(notifier.m_calls, (Calls{"0 pieces at 0", "2 pieces at 40", "0 pieces at 40"}));
-}
-
 TEST_F(NetworkStreamReceiverTest, NotificationsBecomeStatusCodes) {
     for (const int type : {1, 2, 4, 7, 8, 9, 11, 12, 1000, -1}) {
         notify(type);
