@@ -90,21 +90,4 @@ TEST_F(LatmStreamNotifierTest, SizingAndExtractionAgreeOnFramesCutAndDamaged) {
     }
 }
 
-TEST_F(LatmStreamNotifierTest, RealFramesGiveTheEncodersAccessUnits) {
-    for (const std::string& name : listCases("loas", ".loas")) {
-        SCOPED_TRACE(name);
-        const std::vector<Bytes> frames = splitLoasFrames(readBytes("loas/" + name + ".loas"));
-        const Bytes encoded = readBytes("loas/" + name + ".aac");
-        const auto expected = readExpected("loas/" + name + ".expected");
-        auto at = encoded.begin();
-        auto size = expected.lower_bound("size");
-        for (const Bytes& frame : frames) {
-            const auto end = at + std::stol((size++)->second);
-            EXPECT_EQ(deliveredOf({frame}), (Units{{{at, end}, 9}}));
-            at = end;
-        }
-        EXPECT_EQ(deliveredOf(frames), (Units{{encoded, 9}})) << "all of them as one access unit";
-    }
-}
-
 } // namespace

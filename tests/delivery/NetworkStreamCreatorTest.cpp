@@ -8,6 +8,7 @@
 #include "NotifierFixture.h"
 #include "RtmpNetworkStreamCreator.h"
 #include "RtmpNetworkStreamReceiver.h"
+#include "RunTogether.h"
 
 using namespace KorvelVideo::Network;
 using ScriptedSdk::Announcement;
@@ -102,18 +103,15 @@ TEST_P(NetworkStreamCreatorTest, OtherExceptionsPassOnToTheClient) {
     EXPECT_EQ(RecordingLogger::takeExceptions().at(0).m_result, KV_E_INVALID_POINTER);
 }
 
-TEST_P(NetworkStreamCreatorTest, TheHostMayKeepADescription) {
-    IKvNetworkReceiverStreamInformation* kept = nullptr;
-    m_detector.onInformation = [&](IKvNetworkReceiverStreamInformation* information) {
-        kept = information;
-        EXPECT_EQ(kept->AddRef(), 3U) << "the list's, the announcement's and the host's";
+// Announcements on several threads, and walks of the receivers on another: each stream gets its own notifier.
+TEST_P(NetworkStreamCreatorTest, AnnouncementsAndWalksMeet) {
+    const Unrecorded unrecorded;
+    const auto announceOne = [this](std::uint32_t round) {
+        EXPECT_NE(announce({round % 2, round % 2 == 0 ? 99U : 96U}), nullptr);
     };
-    announce({kAudio, 99, {}, 44100, 1});
-    EXPECT_EQ(kept->AddRef(), 3U) << "the announcement gave its own back";
-    kept->Release();
-    m_creator.reset();
-    EXPECT_EQ(static_cast<IKvNetworkReceiverAacInformation*>(kept)->GetFirstValue(), 44100U);
-    EXPECT_EQ(kept->Release(), 0U);
+    const auto walk = [this](std::uint32_t) { m_creator->releaseAllPendingSamples(); };
+    runTogether(40, {announceOne, announceOne, announceOne, walk});
+    EXPECT_EQ(m_creator->receivers().size(), 120U);
 }
 
 INSTANTIATE_TEST_SUITE_P(Creators, NetworkStreamCreatorTest, testing::Bool(),

@@ -1,7 +1,6 @@
 #include "RtmpNetworkStreamReceiver.h"
 
 #include <memory>
-#include <stdexcept>
 
 #include "GenericVideoStreamNotifier.h"
 #include "NotifierFixture.h"
@@ -66,13 +65,6 @@ TEST_F(RtmpNetworkStreamReceiverTest, ADisconnectionDuringStopIsOnlyLogged) {
     m_receiver->setStopCalled();
     EXPECT_EQ(callsOf(3), Calls{});
     EXPECT_EQ(RecordingLogger::takeLines(), logged);
-}
-
-TEST_F(RtmpNetworkStreamReceiverTest, AHostThatThrowsLosesNoBuffer) {
-    ScriptedSdk::play(*m_receiver, {{1}, 0});
-    m_sink.onCall = [](const std::string&) { throw std::runtime_error("host"); };
-    EXPECT_THROW(ScriptedSdk::notify(*m_receiver, 6), std::runtime_error);
-    EXPECT_EQ(ScriptedSdk::remains().buffers, 0);
 }
 
 } // namespace

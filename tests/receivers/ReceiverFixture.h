@@ -81,15 +81,6 @@ protected:
             return exception.m_result;
         }
     }
-    // Runs `action` inside each call of that name.
-    void during(const std::string& call, const std::function<void()>& action) {
-        videoSink.onCall = [call, action](const std::string& made) {
-            if (made == call) {
-                action();
-            }
-        };
-    }
-
     static Calls takeCalls() { return CallLog::instance().take(); }
     // The same as text, with the exceptions that were logged.
     static std::string takeText() {

@@ -81,7 +81,7 @@ TEST_F(ReceiverLife, RtmpFinishesEachStreamAtEachStop) {
 TEST_F(ReceiverLife, StopWaitsForTheDeliveryUnderWay) {
     createAndStart(kTsOverUdp);
     CKvEvent entered(true);
-    during("NotifyStatus", [&] {
+    videoSink.during("NotifyStatus", [&] {
         entered.Set();
         waitForCall("client1.Stop()");
         CallLog::instance().record("callback ends");
@@ -115,18 +115,6 @@ TEST_F(ReceiverLife, StartEnablesEveryStreamAndPassesOverARefusal) {
         EXPECT_EQ(receiver->Start(), S_OK);
     }
     release();
-}
-
-// Of its stop the result is ignored.
-TEST_F(ReceiverLife, RedirectReturnsTheResultOfTheStart) {
-    for (const ReceiverKind& kind : kReceiverKinds) {
-        createAndForget(kind);
-        ScriptedSdk::failCall("Stop", 8);
-        ScriptedSdk::failCall("Play", 20);
-        EXPECT_EQ(receiver->Redirect(kind.otherUrl), kvResult(0x89998291)) << kind;
-        EXPECT_EQ(receiver->Start(), S_OK) << "the client is still there";
-        release();
-    }
 }
 
 } // namespace

@@ -2,14 +2,12 @@
 
 #include <functional>
 #include <future>
-#include <new>
 #include <set>
 #include <stdexcept>
 #include <thread>
 
 #include <gtest/gtest.h>
 
-#include "AllocationCounter.h"
 #include "GenericVideoStreamNotifier.h"
 #include "KvResultCodes.h"
 #include "PlatformFaults.h"
@@ -53,14 +51,6 @@ protected:
         EXPECT_TRUE(ScriptedSdk::play(*m_receiver, {std::move(bytes), timeStamp, streamType}));
     }
     void notify(int type) { ScriptedSdk::notify(*m_receiver, type); }
-    // Runs `action` inside the named call of the host.
-    void during(const std::string& call, const std::function<void()>& action) {
-        m_sink.onCall = [call, action](const std::string& made) {
-            if (made == call) {
-                action();
-            }
-        };
-    }
     void stop() {
         m_receiver->setStopCalled();
         m_receiver->releasePendingSamples();
@@ -215,10 +205,10 @@ TEST_F(NetworkStreamReceiverTest, BadRecordsLoseOnlyThemselves) {
 
 TEST_F(NetworkStreamReceiverTest, AHostThatThrowsLosesItsAccessUnitAndNoBuffer) {
     play({1}, 40);
-    during("Lock", [] { throw std::runtime_error("host"); });
+    m_sink.during("Lock", [] { throw std::runtime_error("host"); });
     EXPECT_THROW(ScriptedSdk::play(*m_receiver, {{2}, 80}), std::runtime_error);
     EXPECT_EQ(lentBuffers(), 1) << "the failed unit is given back, the new buffer is kept";
-    during("NotifyStatus", [] { throw std::runtime_error("host"); });
+    m_sink.during("NotifyStatus", [] { throw std::runtime_error("host"); });
     EXPECT_THROW(notify(10), std::runtime_error);
     m_sink.onCall = nullptr;
     notify(10);
@@ -238,7 +228,7 @@ TEST_F(NetworkStreamReceiverTest, AWorkerThatFailsEndsItsStepAndNotTheProcess) {
         SCOPED_TRACE(row.message);
         m_receiver->resetForStart();
         play({1}, 40);
-        during("ProvideVideoSurface", row.fail);
+        m_sink.during("ProvideVideoSurface", row.fail);
         RecordingLogger::clear();
         notify(6);
         EXPECT_TRUE(m_sink.waitForStatus(KV_S_STREAM_ENDED)) << "the end is reported all the same";
@@ -263,30 +253,13 @@ TEST_F(NetworkStreamReceiverTest, AWorkerThatCannotBeStartedMayBeTriedAgain) {
 
 TEST_F(NetworkStreamReceiverTest, StopFromInsideACallbackNeitherWaitsForItselfNorCutsTheAccessUnit) {
     play({1}, 40);
-    during("ProvideVideoSurface", [this] { stop(); });
+    m_sink.during("ProvideVideoSurface", [this] { stop(); });
     play({2}, 80);
     EXPECT_EQ(m_sink.takeDelivered(), (Units{{{1}, 40}}));
     EXPECT_EQ(lentBuffers(), 0) << "what was pending at the stop is dropped";
-    during("NotifyStatus", [this] { stop(); });
+    m_sink.during("NotifyStatus", [this] { stop(); });
     notify(6);
     EXPECT_TRUE(m_sink.waitForStatus(KV_S_STREAM_ENDED)) << "on the worker";
-}
-
-TEST_F(NetworkStreamReceiverTest, ALackOfMemoryLosesItsOwnBufferAlone) {
-    play({1}, 40);
-    _tagConsumerInfo info{};
-    m_receiver->GetBuffer(&info);
-    info.sampleValid = 1;
-    info.dataLength = 1;
-    info.timeStamp = 80; // completes the pending access unit
-    {
-        const AllocationFault failure(0);
-        EXPECT_THROW(m_receiver->OnData(&info), std::bad_alloc);
-    }
-    EXPECT_EQ(lentBuffers(), 1) << "the new buffer is given back";
-    play({3}, 40);
-    play({4}, 120);
-    EXPECT_EQ(m_sink.takeDelivered(), (Units{{{1, 3}, 40}}));
 }
 
 TEST_F(NetworkStreamReceiverTest, FailingKernelObjectsLoseNoData) {
@@ -323,7 +296,7 @@ TEST_F(NetworkStreamReceiverTest, TheNextWorkerStartsAfterTheEarlierOneHasEnded)
     CKvEvent entered(true);
     std::promise<void> gate;
     const std::shared_future<void> opened = gate.get_future().share();
-    during("NotifyStatus", [&] {
+    m_sink.during("NotifyStatus", [&] {
         entered.Set();
         opened.wait_for(30s);
     });
@@ -351,7 +324,7 @@ TEST_F(NetworkStreamReceiverTest, TheNextWorkerStartsAfterTheEarlierOneHasEnded)
 TEST_F(NetworkStreamReceiverTest, DataNotificationsForcedEndsAndStopMeet) {
     const Unrecorded unrecorded;
     const TestClock clock; // stands still, far beyond the first silence
-    during("NotifyStatus", [receiver = m_receiver.get()] { receiver->releasePendingSamples(); });
+    m_sink.during("NotifyStatus", [receiver = m_receiver.get()] { receiver->releasePendingSamples(); });
     runTogether(400,
                 {[&](std::uint32_t round) {
                      for (std::uint8_t piece = 0; piece < 3; ++piece) {

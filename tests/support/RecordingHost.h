@@ -58,6 +58,14 @@ public:
         return result;
     }
 
+    // Runs `action` inside each call of that name.
+    void during(const std::string& call, const std::function<void()>& action) {
+        onCall = [call, action](const std::string& made) {
+            if (made == call) {
+                action();
+            }
+        };
+    }
     // Forgets its script and the numbers of its buffers.
     void restart() {
         script.clear();
