@@ -1,33 +1,36 @@
 #include "AudioVideoInformation.h"
 
-#include "ComContract.h"
+#include <gtest/gtest.h>
+
+#include "TKvSmartPtr.h"
 
 using namespace KorvelVideo::Network;
 
 namespace {
 
-// With one reference, by the interface that the host is handed.
-template <class Interface, class Information>
-Interface* referenced(Information* information) {
-    information->AddRef();
-    return information;
+const std::vector<IID> kInterfaces{IID_IUnknown, IID_IKvNetworkReceiverH264Information,
+                                   IID_IKvNetworkReceiverAacInformation,
+                                   IID_IKvNetworkReceiverStreamInformation, IID_IClassFactory};
+
+// Each answers IUnknown and the interface of its own stream, with one count for both.
+TEST(StreamInformation, AnswersItsOwnInterface) {
+    struct Row {
+        TKvSmartPtr<IKvNetworkReceiverStreamInformation> object;
+        std::size_t own; // of kInterfaces; 0: none
+    };
+    for (const Row& row : {Row{new H264Information(SKvVideoFormatDescription{}, 4, 100, 40), 1},
+                           Row{new AacInformation(5, 7), 2}, Row{new TsInformation, 0}}) {
+        for (std::size_t index = 0; index < kInterfaces.size(); ++index) {
+            SCOPED_TRACE(std::to_string(row.own) + ", " + std::to_string(index));
+            TKvSmartPtr<IUnknown> answer;
+            const HRESULT expected = index == 0 || index == row.own ? S_OK : E_NOINTERFACE;
+            EXPECT_EQ(row.object->QueryInterface(kInterfaces[index], reinterpret_cast<void**>(&answer)),
+                      expected);
+            EXPECT_EQ(row.object->QueryInterface(kInterfaces[index], nullptr), E_POINTER);
+            EXPECT_EQ(row.object->AddRef(), expected == S_OK ? 3U : 2U);
+            row.object->Release();
+        }
+    }
 }
-
-IUnknown* newH264() {
-    return referenced<IKvNetworkReceiverH264Information>(
-        new H264Information(SKvVideoFormatDescription{}, 4, 100, 40));
-}
-IUnknown* newAac() { return referenced<IKvNetworkReceiverAacInformation>(new AacInformation(5, 7)); }
-IUnknown* newTs() { return referenced<IKvNetworkReceiverStreamInformation>(new TsInformation); }
-
-const IID& kAny = IID_IKvNetworkReceiverStreamInformation;
-const IID& kH264 = IID_IKvNetworkReceiverH264Information;
-const IID& kAac = IID_IKvNetworkReceiverAacInformation;
-
-INSTANTIATE_TEST_SUITE_P(StreamInformation, ComContract,
-                         testing::Values(ComSubject{"H264Information", newH264, {kH264}, {kAny, kAac}},
-                                         ComSubject{"AacInformation", newAac, {kAac}, {kAny, kH264}},
-                                         ComSubject{"TsInformation", newTs, {}, {kAny, kH264, kAac}}),
-                         nameOfSubject);
 
 } // namespace

@@ -2,8 +2,6 @@
 
 #include <dlfcn.h>
 
-#include <array>
-#include <cstdio>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -40,18 +38,6 @@ private:
 inline bool isModuleLoaded() {
     void* const module = dlopen(KV_MODULE, RTLD_LAZY | RTLD_NOLOAD);
     return module != nullptr && dlclose(module) == 0;
-}
-
-// What a program does: its exit code and all that it writes.
-inline std::pair<int, std::string> run(const std::string& command) {
-    FILE* const pipe = popen((command + " 2>&1").c_str(), "r");
-    std::string output;
-    std::array<char, 4096> text{};
-    while (std::fgets(text.data(), static_cast<int>(text.size()), pipe) != nullptr) {
-        output += text.data();
-    }
-    const int status = pclose(pipe);
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
 }
 
 struct ServedClass {

@@ -97,21 +97,4 @@ TEST_F(Registration, APathThatCannotBeReadIsThePlatformsError) {
     }
 }
 
-// A key that cannot be removed is passed over: the removal ends, and takes the rest.
-TEST_F(Registration, AKeyThatCannotBeRemovedDoesNotHoldUpTheOthers) {
-    ASSERT_EQ(registerServer(), S_OK);
-    const std::wstring rtsp = keyOf(CLSID_RtspReceiverFactory);
-    for (const wchar_t* const name : {L"\\A", L"\\B", L"\\C"}) {
-        addKey(rtsp + name);
-    }
-    {
-        const PlatformFault fault(PlatformCall::RegDeleteKeyW, {.result = ERROR_ACCESS_DENIED, .after = 1});
-        EXPECT_EQ(unregisterServer(), S_OK);
-    }
-    EXPECT_EQ(valueOf(rtsp + L"\\A") + valueOf(rtsp + L"\\B") + valueOf(rtsp + L"\\C"), "x") << "B's alone";
-    EXPECT_EQ(valueOf(rtsp + L"\\B"), "x");
-    EXPECT_EQ(unregisterServer(), S_OK);
-    expectRegistered(false);
-}
-
 } // namespace

@@ -2,10 +2,10 @@
 
 #include <sys/stat.h>
 
-#include <filesystem>
 #include <fstream>
 
 #include "ReceiverFixture.h"
+#include "TemporaryRegistry.h"
 
 namespace {
 
@@ -13,13 +13,9 @@ using KorvelVideo::Network::loadSessionDescription;
 
 class SessionDescription : public ReceiverFixture {
 protected:
-    SessionDescription() {
-        std::string name = (std::filesystem::temp_directory_path() / "kvsdp-XXXXXX").string();
-        m_directory = mkdtemp(name.data());
+    [[nodiscard]] std::string pathOf(const std::string& name) const {
+        return (m_folder.directory() / name).string();
     }
-    ~SessionDescription() override { std::filesystem::remove_all(m_directory); }
-
-    [[nodiscard]] std::string pathOf(const std::string& name) const { return (m_directory / name).string(); }
     [[nodiscard]] std::string write(const std::string& name, const std::string& bytes) const {
         std::ofstream(pathOf(name), std::ios::binary) << bytes;
         return pathOf(name);
@@ -30,7 +26,7 @@ protected:
                   (Lines{{0, 4, "Session description file \"" + path + "\" " + reason + "."}}));
     }
 
-    std::filesystem::path m_directory;
+    const KvTest::TemporaryRegistry m_folder;
 };
 
 TEST_F(SessionDescription, IsReadFromAFileWithItsLineEndsTurned) {
@@ -56,19 +52,6 @@ TEST_F(SessionDescription, WhatCannotBeReadIsNamed) {
     expectRefused(write("file", "") + "/below.sdp", "cannot be opened");
     ASSERT_EQ(mkfifo(pathOf("pipe.sdp").c_str(), 0600), 0); // opening it would wait for a writer
     expectRefused(pathOf("pipe.sdp"), "is no regular file");
-}
-
-TEST_F(SessionDescription, StandsForTheUrlOfAnRtpReceiver) {
-    const std::string first = write("first.sdp", "v=0\r\na=rtpmap:96 H264/90000\r\n");
-    const std::string second = write("second.sdp", "v=0\na=rtpmap:97 H264/90000\n");
-    ASSERT_EQ(create(kRtp, {first.c_str()}), S_OK);
-    EXPECT_EQ(receiver->Redirect(second.c_str()), S_OK);
-    EXPECT_EQ(redirect(pathOf("missing.sdp").c_str()), KV_E_INVALID_PARAMETER);
-    release();
-    Calls inits = takeCalls();
-    std::erase_if(inits, [](const std::string& call) { return call.find(".Init(") == std::string::npos; });
-    EXPECT_EQ(inits, (Calls{"client1.Init(\"v=0\na=rtpmap:96 H264/90000\n\", null)",
-                            "client2.Init(\"v=0\na=rtpmap:97 H264/90000\n\", null)"}));
 }
 
 } // namespace

@@ -130,9 +130,6 @@ KV_EXPORT LSTATUS RegCloseKey(HKEY key) { return pass<Call::RegCloseKey>(&RegClo
 KV_EXPORT LSTATUS RegCreateKeyW(HKEY parent, const wchar_t* name, HKEY* key) {
     return pass<Call::RegCreateKeyW>(&RegCreateKeyW, "RegCreateKeyW", parent, name, key);
 }
-KV_EXPORT LSTATUS RegDeleteKeyW(HKEY parent, const wchar_t* name) {
-    return pass<Call::RegDeleteKeyW>(&RegDeleteKeyW, "RegDeleteKeyW", parent, name);
-}
 KV_EXPORT LSTATUS RegSetValueExW(HKEY key, const wchar_t* name, DWORD reserved, DWORD type, const BYTE* data,
                                  DWORD bytes) {
     return pass<Call::RegSetValueExW>(&RegSetValueExW, "RegSetValueExW", key, name, reserved, type, data,

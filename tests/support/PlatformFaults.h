@@ -17,7 +17,6 @@ enum class PlatformCall {
     GetModuleFileNameA,
     RegCloseKey,
     RegCreateKeyW,
-    RegDeleteKeyW,
     RegSetValueExW,
     RegSetValueW,
     ResetEvent,

@@ -38,23 +38,25 @@ public:
     ~Logger() override { --records().alive; }
 
     HRESULT LogException(std::uint32_t moduleId, const CKvVaneException* exception) override {
-        const FakeScope fake;
-        const std::lock_guard lock(records().lock);
-        records().foreignModuleIds += moduleId == 7 ? 0 : 1;
-        if (records().enabled) {
-            records().exceptions.push_back(*exception);
-        }
-        return S_OK;
+        return keep(moduleId, [exception] { records().exceptions.push_back(*exception); });
     }
     HRESULT LogMessage(std::uint32_t moduleId, std::uint32_t category, std::uint32_t level,
                        const char* sourceFile, const char* function, std::uint32_t /*line*/,
                        const char* text) override {
+        return keep(moduleId, [&] {
+            records().lines.push_back({category, level, text});
+            records().sites.push_back(std::string(sourceFile) + "|" + function);
+        });
+    }
+
+private:
+    template <class Action>
+    static HRESULT keep(std::uint32_t moduleId, const Action& action) {
         const FakeScope fake;
         const std::lock_guard lock(records().lock);
         records().foreignModuleIds += moduleId == 7 ? 0 : 1;
         if (records().enabled) {
-            records().lines.push_back({category, level, text});
-            records().sites.push_back(std::string(sourceFile) + "|" + function);
+            action();
         }
         return S_OK;
     }

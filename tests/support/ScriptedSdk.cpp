@@ -28,8 +28,8 @@ struct State {
     CallScript script;
     std::vector<ScriptedSdk::Announcement> announcements;
     std::vector<Client*> clients;
-    std::map<const IMediaConsumer*, std::string> consumerNames;
-    std::map<const std::uint8_t*, std::string> lent;
+    std::map<const void*, std::string> consumerNames;
+    std::map<const void*, std::string> lent;
     std::vector<std::unique_ptr<std::uint8_t[]>> spare;
     int clientNumber = 0;
     int consumerNumber = 0;
@@ -64,8 +64,7 @@ void record(const std::string& call, const Values&... values) {
     CallLog::instance().recordCall(call, values...);
 }
 
-template <class Pointer>
-std::string nameOf(const std::map<Pointer, std::string>& names, Pointer pointer) {
+std::string nameOf(const std::map<const void*, std::string>& names, const void* pointer) {
     const auto found = names.find(pointer);
     return found == names.end() ? "unknown" : found->second;
 }
@@ -109,12 +108,12 @@ public:
     }
     std::int32_t ConfirmBufferSize(std::uint8_t* buffer, std::uint32_t dataLength) override {
         const Locked locked;
-        record("ConfirmBufferSize", nameOf<const std::uint8_t*>(state().lent, buffer), dataLength);
+        record("ConfirmBufferSize", nameOf(state().lent, buffer), dataLength);
         return static_cast<std::int32_t>(statusOf("ConfirmBufferSize"));
     }
     void ReleaseBuffer(std::uint8_t* buffer) override {
         const Locked locked;
-        record("ReleaseBuffer", nameOf<const std::uint8_t*>(state().lent, buffer));
+        record("ReleaseBuffer", nameOf(state().lent, buffer));
         if (state().lent.erase(buffer) == 0) {
             ++state().remains.misuses;
             return;
@@ -167,8 +166,8 @@ public:
     std::uint32_t EnableConsumer(IMediaConsumer* consumer, std::int32_t first, const std::uint8_t* enabled,
                                  std::int32_t last) override {
         const Locked locked;
-        return enter("EnableConsumer", nameOf<const IMediaConsumer*>(state().consumerNames, consumer), first,
-                     unsigned{*enabled}, last);
+        return enter("EnableConsumer", nameOf(state().consumerNames, consumer), first, unsigned{*enabled},
+                     last);
     }
     void ReservedSlot11() override {}
     void ReservedSlot12() override {}
@@ -252,7 +251,7 @@ SdkBufferAllocator* CreateBufferAllocator(std::uint32_t kind, std::uint32_t coun
 
 void AttachBuffer(_tagConsumerInfo* info, std::uint32_t offset, std::uint32_t capacity) {
     const Locked locked;
-    record("AttachBuffer", nameOf<const std::uint8_t*>(state().lent, info->buffer), offset, capacity);
+    record("AttachBuffer", nameOf(state().lent, info->buffer), offset, capacity);
 }
 
 std::int32_t StartSocketService() {
