@@ -110,8 +110,8 @@ TEST_P(NetworkStreamCreatorTest, AnnouncementsAndWalksMeet) {
         EXPECT_NE(announce({round % 2, round % 2 == 0 ? 99U : 96U}), nullptr);
     };
     const auto walk = [this](std::uint32_t) { m_creator->releaseAllPendingSamples(); };
-    runTogether(40, {announceOne, announceOne, announceOne, walk});
-    EXPECT_EQ(m_creator->receivers().size(), 120U);
+    runTogether(500, {announceOne, announceOne, announceOne, walk});
+    EXPECT_EQ(m_creator->receivers().size(), 1500U);
 }
 
 INSTANTIATE_TEST_SUITE_P(Creators, NetworkStreamCreatorTest, testing::Bool(),

@@ -157,7 +157,9 @@ TEST_F(ReceiverCallbackOrder, StopInsideACallbackDuringAStop) {
     CKvEvent entered(true);
     videoSink.during("NotifyStatus", [&] {
         entered.Set();
-        waitForCall("client1.Stop()");
+        for (int waited = 0; CallLog::instance().last() != "client1.Stop()" && waited < 30'000; ++waited) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
         EXPECT_EQ(receiver->Stop(), S_OK);
     });
     notifyOnClientThread({3});
@@ -170,7 +172,7 @@ TEST_F(ReceiverCallbackOrder, StopInsideACallbackDuringAStop) {
 TEST_F(ReceiverCallbackOrder, StopOnTheWorkerWhileTheClientsThreadWaitsForTheWorker) {
     createAndStart(kRtsp);
     videoSink.during("NotifyStatus", [this] {
-        if (CallLog::instance().peek().back() == "NotifyStatus(0x0999202F)") {
+        if (CallLog::instance().last() == "NotifyStatus(0x0999202F)") {
             EXPECT_EQ(receiver->Stop(), S_OK);
         }
     });

@@ -47,17 +47,16 @@ protected:
         EXPECT_EQ(ScriptedSdk::remains(), ScriptedSdk::Remains{});
         EXPECT_EQ(videoSink.liveBuffers() + audioSink.liveBuffers(), 0);
     }
-    // What DllCanUnloadNow does, until it would say yes.
+    // What DllCanUnloadNow does, until it would say yes; false after 30 s.
     static bool waitForNoObjects() {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-        for (KorvelVideo::Network::DeferredWork::sweep(); getLiveObjectCount() != 0;
-             KorvelVideo::Network::DeferredWork::sweep()) {
-            if (std::chrono::steady_clock::now() > end) {
-                return false;
+        for (int waited = 0; waited < 30'000; ++waited) {
+            KorvelVideo::Network::DeferredWork::sweep();
+            if (getLiveObjectCount() == 0) {
+                return true;
             }
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
-        return true;
+        return false;
     }
 
     HRESULT create(const ReceiverKind& kind, const SettingsValues& values) {
@@ -85,14 +84,6 @@ protected:
     // The same as text, with the exceptions that were logged.
     static std::string takeText() {
         return CallLog::instance().takeText() + RecordingLogger::takeExceptionText();
-    }
-    static void waitForCall(const std::string& call) {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-        for (Calls calls = CallLog::instance().peek(); calls.empty() || calls.back() != call;
-             calls = CallLog::instance().peek()) {
-            ASSERT_LT(std::chrono::steady_clock::now(), end);
-            std::this_thread::yield();
-        }
     }
     // The consumer of the newest client's first stream.
     static IMediaConsumer& consumer() { return *ScriptedSdk::consumers().at(0); }

@@ -78,23 +78,6 @@ TEST_F(ReceiverLife, RtmpFinishesEachStreamAtEachStop) {
     EXPECT_EQ(videoSink.takeStatuses(), Statuses{KV_S_STREAM_ENDED});
 }
 
-TEST_F(ReceiverLife, StopWaitsForTheDeliveryUnderWay) {
-    createAndStart(kTsOverUdp);
-    CKvEvent entered(true);
-    videoSink.during("NotifyStatus", [&] {
-        entered.Set();
-        waitForCall("client1.Stop()");
-        CallLog::instance().record("callback ends");
-    });
-    ScriptedSdk::runOnClientThread([&consumer = consumer()] { ScriptedSdk::notify(consumer, 10); });
-    ASSERT_TRUE(entered.Wait(30'000));
-    CallLog::instance().clear();
-    EXPECT_EQ(receiver->Stop(), S_OK);
-    EXPECT_EQ(takeCalls(),
-              (Calls{"client1.Stop()", "callback ends", "client1.Shutdown()", "client1.Release()"}));
-    release();
-}
-
 // One announcement a stream: each is enabled in order, and each is reset although another was refused.
 TEST_F(ReceiverLife, StartEnablesEveryStreamAndPassesOverARefusal) {
     const RecordingCodecConfiguration codecConfiguration;

@@ -59,9 +59,9 @@ public:
         }
         return text;
     }
-    [[nodiscard]] std::vector<std::string> peek() {
+    [[nodiscard]] std::string last() {
         const std::lock_guard lock(m_lock);
-        return m_calls;
+        return m_calls.empty() ? "" : m_calls.back();
     }
     void clear() { static_cast<void>(take()); }
     void setEnabled(bool enabled) {

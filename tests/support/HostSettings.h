@@ -20,20 +20,17 @@ class HostSettings final : public StaticTestObject<IKvRtspReceiverSettings, IKvR
 public:
     explicit HostSettings(const SettingsValues& values) : m_values(values) {}
 
-    const char* GetUrl() override { return recorded("GetUrl", m_values.url); }
+    const char* GetUrl() override { return recorded("GetUrl").url; }
     const char* GetNetworkInterfaceCard() override {
-        return recorded("GetNetworkInterfaceCard", m_values.networkInterfaceCard);
+        return recorded("GetNetworkInterfaceCard").networkInterfaceCard;
     }
-    std::int32_t GetPort() override { return recorded("GetPort", m_values.port); }
-    std::uint32_t GetClientOptionValue() override {
-        return recorded("GetClientOptionValue", m_values.clientOption);
-    }
+    std::int32_t GetPort() override { return recorded("GetPort").port; }
+    std::uint32_t GetClientOptionValue() override { return recorded("GetClientOptionValue").clientOption; }
 
 private:
-    template <class Value>
-    static Value recorded(const char* call, Value value) {
+    const SettingsValues& recorded(const char* call) {
         CallLog::instance().recordCall(call);
-        return value;
+        return m_values;
     }
 
     const SettingsValues m_values;
