@@ -80,21 +80,4 @@ TEST_F(Registration, TheFirstFailingCallEndsItWithItsCode) {
     }
 }
 
-TEST_F(Registration, APathThatCannotBeReadIsThePlatformsError) {
-    struct Row {
-        std::int64_t length; // 0, or of a path that was cut
-        DWORD lastError;
-        std::uint32_t result;
-    };
-    for (const Row& row :
-         {Row{0, ERROR_MOD_NOT_FOUND, 0x8007007E}, {260, ERROR_INSUFFICIENT_BUFFER, 0x8007007A}, {0, 0, 0}}) {
-        SetLastError(0);
-        const PlatformFault fault(PlatformCall::GetModuleFileNameA,
-                                  {.result = row.length, .times = 2, .lastError = row.lastError});
-        EXPECT_EQ(registerServer(), kvResult(row.result));
-        EXPECT_EQ(unregisterServer(), kvResult(row.result));
-        expectRegistered(false);
-    }
-}
-
 } // namespace

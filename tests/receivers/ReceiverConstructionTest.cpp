@@ -59,20 +59,18 @@ TEST_F(ReceiverConstruction, AFailureUndoesWhatWasBegun) {
 
 // The protocol shows in what a redirect accepts; an empty one stands for none.
 TEST_F(ReceiverConstruction, DerivesTheProtocolFromTheUrl) {
-    const std::pair<const char*, std::string> rows[] = {
-        {"rtsp://host/path", "rtsp"},
-        {"rtsp://host/camera.sdp", "rtp"},
-        {"rtp://host:5004", "rtp"},
-        {"udp://239.0.0.1:1234", "udp"},
-        {"rtmp://host/app/key", "rtmp"},
-        {"rtmps://host/app", "rtmp"},
-        {"http://host/?via=udp", "udp"},
-        {"udp://host/rtp", "rtp"},
-        {"rtmp://host/rtsp", "rtsp"},
-        {"RTSP://HOST/PATH", ""},
-        {"rtm://host", ""},
-        {"", ""},
-    };
+    const std::pair<const char*, std::string> rows[] = {{"rtsp://host/path", "rtsp"},
+                                                        {"rtsp://host/camera.sdp", "rtp"},
+                                                        {"rtp://host:5004", "rtp"},
+                                                        {"udp://239.0.0.1:1234", "udp"},
+                                                        {"rtmp://host/app/key", "rtmp"},
+                                                        {"rtmps://host/app", "rtmp"},
+                                                        {"http://host/?via=udp", "udp"},
+                                                        {"udp://host/rtp", "rtp"},
+                                                        {"rtmp://host/rtsp", "rtsp"},
+                                                        {"RTSP://HOST/PATH", ""},
+                                                        {"rtm://host", ""},
+                                                        {"", ""}};
     for (const auto& [url, expected] : rows) {
         SCOPED_TRACE(url);
         const HRESULT result = create(kTsOverUdp, {url});

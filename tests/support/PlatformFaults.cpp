@@ -10,7 +10,6 @@
 
 #include "BriefLock.h"
 #include "PlatformCompiler.h"
-#include "PlatformModule.h"
 #include "PlatformRegistry.h"
 
 namespace KvTest {
@@ -56,9 +55,6 @@ template <PlatformCall call, typename Result, typename... Parameters>
 Result pass(Result (*)(Parameters...), const char* name, std::type_identity_t<Parameters>... arguments) {
     static const auto original = reinterpret_cast<Result (*)(Parameters...)>(dlsym(RTLD_NEXT, name));
     if (const std::optional<Fault> fault = countCall(call)) {
-        if (fault->lastError != 0) {
-            SetLastError(fault->lastError);
-        }
         if constexpr (std::is_pointer_v<Result>) {
             return reinterpret_cast<Result>(fault->result);
         } else {
@@ -122,9 +118,6 @@ KV_EXPORT HRESULT CoInitializeEx(void* reserved, DWORD model) {
 KV_EXPORT void CoUninitialize() { pass<Call::CoUninitialize>(&CoUninitialize, "CoUninitialize"); }
 KV_EXPORT HANDLE CreateEventA(SECURITY_ATTRIBUTES* attributes, BOOL manual, BOOL initial, const char* name) {
     return pass<Call::CreateEventA>(&CreateEventA, "CreateEventA", attributes, manual, initial, name);
-}
-KV_EXPORT DWORD GetModuleFileNameA(HMODULE module, char* path, DWORD capacity) {
-    return pass<Call::GetModuleFileNameA>(&GetModuleFileNameA, "GetModuleFileNameA", module, path, capacity);
 }
 KV_EXPORT LSTATUS RegCloseKey(HKEY key) { return pass<Call::RegCloseKey>(&RegCloseKey, "RegCloseKey", key); }
 KV_EXPORT LSTATUS RegCreateKeyW(HKEY parent, const wchar_t* name, HKEY* key) {

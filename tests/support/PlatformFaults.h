@@ -14,7 +14,6 @@ enum class PlatformCall {
     CoInitializeEx,
     CoUninitialize,
     CreateEventA,
-    GetModuleFileNameA,
     RegCloseKey,
     RegCreateKeyW,
     RegSetValueExW,
@@ -30,7 +29,6 @@ struct Fault {
     std::int64_t result = 0; // what the call returns: a result code, a status, or 0 for a null handle
     unsigned after = 0;      // calls that still succeed before the first failing one
     unsigned times = 1;      // failing calls; after them calls succeed again
-    DWORD lastError = 0;     // that a failing call sets; 0 sets none
 };
 
 // While it lives, calls of one platform operation return what the test chose, without being made, on whatever

@@ -1,7 +1,7 @@
 #pragma once
 
 // Included before everything else in what the Windows tests build: the calls of the system that a test can
-// make fail go to the replacements of PlatformFaults.cpp and TestClock.cpp under names of their own, since
+// make fail go to the replacements of PlatformFaults.cpp under names of their own, since
 // the system's libraries do not let a program replace theirs.
 
 #define _CRTIMP
@@ -14,7 +14,6 @@
 #define CoInitializeEx KvTestCoInitializeEx
 #define CoUninitialize KvTestCoUninitialize
 #define CreateEventA KvTestCreateEventA
-#define GetModuleFileNameA KvTestGetModuleFileNameA
 #define QueryPerformanceCounter KvTestQueryPerformanceCounter
 #define ResetEvent KvTestResetEvent
 #define SetEvent KvTestSetEvent
