@@ -112,9 +112,6 @@ KV_EXPORT HRESULT CoCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD contex
     return pass<Call::CoCreateInstance>(&CoCreateInstance, "CoCreateInstance", clsid, outer, context, iid,
                                         object);
 }
-KV_EXPORT HRESULT CoInitializeEx(void* reserved, DWORD model) {
-    return pass<Call::CoInitializeEx>(&CoInitializeEx, "CoInitializeEx", reserved, model);
-}
 KV_EXPORT void CoUninitialize() { pass<Call::CoUninitialize>(&CoUninitialize, "CoUninitialize"); }
 KV_EXPORT HANDLE CreateEventA(SECURITY_ATTRIBUTES* attributes, BOOL manual, BOOL initial, const char* name) {
     return pass<Call::CreateEventA>(&CreateEventA, "CreateEventA", attributes, manual, initial, name);

@@ -11,7 +11,6 @@ namespace KvTest {
 enum class PlatformCall {
     CloseHandle,
     CoCreateInstance,
-    CoInitializeEx,
     CoUninitialize,
     CreateEventA,
     RegCloseKey,

@@ -24,7 +24,8 @@ struct LogLine {
 namespace RecordingLogger {
 
 // What came since the last take. Lines without those of level 0 (construction and destruction) unless asked
-// for; sites of lines as "src/File|function signature".
+// for, which begin with "not 7: " when another module logged them; sites of lines as "src/File|function
+// signature".
 std::vector<LogLine> takeLines(bool withLifetimeLines = false);
 std::vector<CKvVaneException> takeExceptions();
 std::string takeExceptionText(); // a line each: "0x80070005 src/File: expression"
@@ -37,8 +38,7 @@ void setEnabled(bool enabled);
 // Registers the class object in the calling thread's apartment; another one's may be out of its reach.
 void registerClass();
 
-[[nodiscard]] int alive();            // logger objects
-[[nodiscard]] int foreignModuleIds(); // module identifiers seen other than 7
+[[nodiscard]] int alive(); // logger objects
 
 } // namespace RecordingLogger
 

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <algorithm>
-#include <cctype>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -104,12 +103,3 @@ inline std::vector<Bytes> splitLoasFrames(const Bytes& stream) {
     }
     return frames;
 }
-
-// Names of parameterised tests: of a row by its field name, of a recorded stream by its file.
-inline constexpr auto nameOfRow = [](const auto& test) { return std::string(test.param.name); };
-inline constexpr auto nameOfFile = [](const auto& test) {
-    std::string name = test.param;
-    std::replace_if(
-        name.begin(), name.end(), [](unsigned char c) { return std::isalnum(c) == 0; }, '_');
-    return name;
-};

@@ -11,7 +11,6 @@
 
 #define CloseHandle KvTestCloseHandle
 #define CoCreateInstance KvTestCoCreateInstance
-#define CoInitializeEx KvTestCoInitializeEx
 #define CoUninitialize KvTestCoUninitialize
 #define CreateEventA KvTestCreateEventA
 #define QueryPerformanceCounter KvTestQueryPerformanceCounter
