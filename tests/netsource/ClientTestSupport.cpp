@@ -63,18 +63,9 @@ bool waitFor(const std::function<bool()>& condition) {
     return true;
 }
 
-namespace {
-
-std::atomic<std::int64_t> clockNanoseconds{1'000'000'000'000};
-
-} // namespace
-
+static std::atomic<std::int64_t> clockNanoseconds{1'000'000'000'000};
 Source::TimePoint testClock() { return Source::TimePoint(std::chrono::nanoseconds(clockNanoseconds)); }
-
-void advanceClock(std::chrono::milliseconds time) {
-    clockNanoseconds += std::chrono::nanoseconds(time).count();
-}
-
+void advanceClock(std::chrono::milliseconds time) { clockNanoseconds += time.count() * 1'000'000; }
 NetworkClient::Surroundings testSurroundings() { return {&makeSource, &testClock, std::chrono::seconds(10)}; }
 
 void RecordingConsumer::GetBuffer(_tagConsumerInfo* info) {
@@ -85,29 +76,28 @@ void RecordingConsumer::GetBuffer(_tagConsumerInfo* info) {
     info->buffer = m_allocator->AllocateBuffer(&capacity, nullptr);
     if (info->buffer != nullptr) {
         AttachBuffer(info, 0, capacity);
-        ++m_lent;
+        ++lent;
     }
 }
 
 void RecordingConsumer::OnData(_tagConsumerInfo* info) {
-    --m_lent;
-    if (info->discard == 0) {
+    --lent;
+    if (info->discard != 0) {
+        m_allocator->ReleaseBuffer(info->buffer);
+        return;
+    }
+    {
         const std::lock_guard lock(m_mutex);
-        if (m_allocator->ConfirmBufferSize(info->buffer, info->dataLength) != 0) {
-            throw std::logic_error("buffer size");
+        if (keeping && (m_units.empty() || m_units.back().timeStamp != info->timeStamp)) {
+            m_units.push_back({info->timeStamp, {}});
         }
         if (keeping) {
-            if (m_units.empty() || m_units.back().timeStamp != info->timeStamp) {
-                m_units.push_back({info->timeStamp, {}});
-            }
             append(m_units.back().bytes, Octets(info->buffer, info->buffer + info->dataLength));
         }
-        m_size += info->dataLength;
-        ++m_buffers;
-        m_allocator->ReleaseBuffer(std::exchange(m_pending, info->buffer));
-    } else {
-        m_allocator->ReleaseBuffer(info->buffer);
     }
+    size += info->dataLength;
+    ++buffers;
+    m_allocator->ReleaseBuffer(std::exchange(m_pending, info->buffer));
     onData();
 }
 
@@ -117,6 +107,16 @@ void RecordingConsumer::OnNotify(_tagNetSourceNotifyType type, void* /*data*/) {
         m_notifications.push_back(type);
     }
     onNotify(type);
+}
+
+std::vector<RecordingConsumer::Unit> RecordingConsumer::units() const {
+    const std::lock_guard lock(m_mutex);
+    return m_units;
+}
+
+std::vector<int> RecordingConsumer::notifications() const {
+    const std::lock_guard lock(m_mutex);
+    return m_notifications;
 }
 
 std::vector<Octets> RecordingConsumer::payloads() const {
@@ -139,12 +139,12 @@ IMediaConsumer* RecordingCreator::OnCreateConsumerForNetStream(_tagMCNetStreamMe
                                                                IMCPlaylistItemQualitySelector* /*selector*/,
                                                                std::uint32_t /*value*/) {
     const std::uint8_t* const config = mediaInfo->codecConfig;
-    announcements.push_back({mediaInfo->streamType, mediaInfo->mediaKind, mediaInfo->audioSamplingRate,
+    announcements.push_back({mediaInfo->streamType,
+                             mediaInfo->mediaKind,
+                             mediaInfo->audioSamplingRate,
                              mediaInfo->audioChannels,
-                             Octets(config, config + mediaInfo->codecConfigLength)});
-    if (!onAnnounce()) {
-        return nullptr;
-    }
+                             {config, config + mediaInfo->codecConfigLength}});
+    onAnnounce();
     consumers.push_back(std::make_unique<RecordingConsumer>());
     return consumers.back().get();
 }
@@ -159,10 +159,7 @@ Receiver::Receiver() {
 std::uint32_t Receiver::play() {
     const std::uint8_t enabled = 1;
     for (const auto& consumer : creator.consumers) {
-        if (const std::uint32_t status = client->EnableConsumer(consumer.get(), 0, &enabled, 1);
-            status != 0) {
-            return status;
-        }
+        client->EnableConsumer(consumer.get(), 0, &enabled, 1);
     }
     return client->Play(0.0, -1.0, 1.0);
 }

@@ -1,7 +1,6 @@
 #pragma once
 
-// What the network client's tests share: tables, bounded waiting, a consumer and a creator that record, a
-// client driven as the module does it, and a sender of datagrams.
+// What the network client's tests share.
 
 #include <atomic>
 #include <chrono>
@@ -22,11 +21,11 @@ using namespace MainConcept::NetworkStreaming;
 using namespace KorvelVideo::NetworkSource;
 using Octets = std::vector<std::uint8_t>;
 
-// The rows of a table in tests/data/netsource, one a line, their cells between bars; the parts of a text
-// between separators, without spaces around them; and bytes in hexadecimal digits, spaces anywhere.
+// The rows of a table in tests/data/netsource, one a line, their cells between bars.
 [[nodiscard]] std::vector<std::vector<std::string>> readTable(const std::string& name);
+// Without spaces around the parts.
 [[nodiscard]] std::vector<std::string> split(const std::string& text, char separator);
-[[nodiscard]] Octets fromHex(const std::string& digits);
+[[nodiscard]] Octets fromHex(const std::string& digits); // spaces anywhere
 inline void append(Octets& to, const Octets& bytes) { to.insert(to.end(), bytes.begin(), bytes.end()); }
 
 // Waits until the condition holds. False when it never did, however slow the machine.
@@ -45,10 +44,8 @@ public:
         std::uint64_t timeStamp;
         Octets bytes;
     };
-
     explicit RecordingConsumer(std::uint32_t bufferSize = 0x10000)
         : m_allocator(CreateBufferAllocator(2, 8, 0x100000, bufferSize, 1, nullptr)) {}
-
     void GetBuffer(_tagConsumerInfo* info) override;
     void OnData(_tagConsumerInfo* info) override;
     void OnNotify(_tagNetSourceNotifyType type, void* data) override;
@@ -60,27 +57,17 @@ public:
     std::atomic<bool> refusing{false}; // GetBuffer gives none
     bool keeping = true;               // what comes, not only its size
 
-    [[nodiscard]] std::vector<Unit> units() const {
-        const std::lock_guard lock(m_mutex);
-        return m_units;
-    }
+    [[nodiscard]] std::vector<Unit> units() const;
     [[nodiscard]] std::vector<Octets> payloads() const; // of the units
     [[nodiscard]] Octets data() const;                  // all of it
-    [[nodiscard]] std::size_t size() const { return m_size; }
-    [[nodiscard]] std::size_t buffers() const { return m_buffers; }
-    [[nodiscard]] std::vector<int> notifications() const {
-        const std::lock_guard lock(m_mutex);
-        return m_notifications;
-    }
-    // Buffers lent to the client and not handed back.
-    [[nodiscard]] int lent() const { return m_lent; }
+    [[nodiscard]] std::vector<int> notifications() const;
+    std::atomic<std::size_t> size{0};
+    std::atomic<std::size_t> buffers{0};
+    std::atomic<int> lent{0}; // buffers that the client has
 
 private:
     const std::unique_ptr<SdkBufferAllocator> m_allocator;
     std::uint8_t* m_pending = nullptr;
-    std::atomic<int> m_lent{0};
-    std::atomic<std::size_t> m_size{0};
-    std::atomic<std::size_t> m_buffers{0};
     mutable std::mutex m_mutex;
     std::vector<Unit> m_units;
     std::vector<int> m_notifications;
@@ -94,16 +81,12 @@ public:
                                                  std::uint32_t value) override;
     void ReservedSlot2() override {}
     void ReservedSlot3() override {}
-
     struct Announcement {
-        std::uint32_t streamType;
-        std::uint32_t mediaKind;
-        std::uint32_t samplingRate;
-        std::uint32_t channels;
+        std::uint32_t streamType, mediaKind, samplingRate, channels;
         Octets codecConfig;
         bool operator==(const Announcement&) const = default;
     };
-    std::function<bool()> onAnnounce = [] { return true; }; // false refuses the stream
+    std::function<void()> onAnnounce = [] {};
     std::vector<Announcement> announcements;
     std::vector<std::unique_ptr<RecordingConsumer>> consumers;
 };
@@ -121,21 +104,16 @@ public:
     std::uint32_t init(const std::string& url, const char* networkInterface = nullptr) {
         return client->Init(url.c_str(), networkInterface);
     }
-    template <class Value>
-    std::uint32_t set(_tagMCNetClientParamType parameter, Value value) {
-        return client->SetParameter(parameter, &value, sizeof(value));
-    }
     // Enables every consumer and plays.
     std::uint32_t play();
     std::uint32_t stop() { return client->Stop(); }
-    // Stop, Shutdown and Release.
-    void close();
-
-    [[nodiscard]] RecordingConsumer& consumer(std::size_t index = 0) { return *creator.consumers.at(index); }
+    void close(); // Stop, Shutdown and Release
+    [[nodiscard]] RecordingConsumer& consumer(std::size_t index = 0) const {
+        return *creator.consumers.at(index);
+    }
     [[nodiscard]] ClientCounters counters() const;
     [[nodiscard]] std::uint16_t port() const { return static_cast<std::uint16_t>(counters().localPort); }
-    // Whether the last notification of the first stream has this type.
-    [[nodiscard]] bool wasTold(int type);
+    [[nodiscard]] bool wasTold(int type); // the first stream, the last time
 
     RecordingCreator creator;
     SdkNetworkClient* client = nullptr;
@@ -149,8 +127,7 @@ public:
     Sender(const Sender&) = delete;
     Sender& operator=(const Sender&) = delete;
     ~Sender();
-    // False when the system refused it.
-    bool send(const Octets& datagram) const;
+    bool send(const Octets& datagram) const; // false when the system refused it
 
 private:
     int m_socket = -1;

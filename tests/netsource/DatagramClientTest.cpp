@@ -1,0 +1,355 @@
+// Datagram sources end to end: from real sockets on loopback through the entry points to a consumer.
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <future>
+#include <thread>
+
+#include <dlfcn.h>
+#include <sched.h>
+#include <sys/socket.h>
+
+#include <gtest/gtest.h>
+
+#include "AllocationCounter.h"
+#include "ClientTestSupport.h"
+#include "ReceivePool.h"
+#include "RecordingLogger.h"
+
+namespace {
+
+using namespace ClientTest;
+
+const Octets kDatagram = makeTransportPackets(0, 7);
+constexpr const char* kAnyPort = "udp://127.0.0.1:0";
+
+// Bytes of socket buffer that the system grants at most.
+std::atomic<int> g_mostGranted{INT32_MAX};
+
+void start(Receiver& receiver, const char* url = kAnyPort, const char* networkInterface = nullptr) {
+    ASSERT_EQ(receiver.init(url, networkInterface), keClientOk);
+    ASSERT_EQ(receiver.play(), keClientOk);
+}
+
+TEST(DatagramStream, ArrivesByteForByte) {
+    struct Row {
+        const char* url;
+        const char* networkInterface;
+        const char* sendTo;
+        std::vector<std::size_t> packetsPerDatagram; // repeated
+        int mostGranted = INT32_MAX;
+        const char* logged = nullptr;
+    };
+    const Row rows[] = {
+        {"udp://@:0", "lo", "127.0.0.1", {7, 3, 1, 40, 7, 7}},
+        {"udp://:0", "127.0.0.1", "127.0.0.1", {50, 1, 50}},
+        {"udp://[::1]:0", nullptr, "::1", {7}},
+        {"rtp://127.0.0.1:0", nullptr, "127.0.0.1", {7, 5, 7, 20}},
+        {kAnyPort,
+         nullptr,
+         "127.0.0.1",
+         {7},
+         131'072,
+         "udp://127.0.0.1:0: the system grants a socket buffer of 131072 bytes instead of 4194304; bursts "
+         "may "
+         "be lost. Raise net.core.rmem_max."},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.url);
+        RecordingLogger::clear();
+        g_mostGranted = row.mostGranted;
+        Receiver receiver;
+        start(receiver, row.url, row.networkInterface);
+        g_mostGranted = INT32_MAX;
+        RecordingConsumer& consumer = receiver.consumer();
+        const Sender sender(row.sendTo, receiver.port());
+        Octets sent;
+        for (std::size_t number = 0, packet = 0; number < 600; ++number) {
+            const std::size_t count = row.packetsPerDatagram[number % row.packetsPerDatagram.size()];
+            const Octets payload = makeTransportPackets(packet, count);
+            packet += count;
+            append(sent, payload);
+            ASSERT_TRUE(sender.send(row.url[0] == 'r' ? makeRtp(65300 + number, payload) : payload));
+            // No more is on its way than the smallest of socket buffers holds.
+            ASSERT_TRUE(waitFor([&] { return sent.size() - consumer.size < 65536; })) << number;
+        }
+        EXPECT_TRUE(waitFor([&] { return consumer.size == sent.size(); }));
+        EXPECT_EQ(consumer.data(), sent);
+        const auto counters = receiver.counters();
+        EXPECT_EQ(counters.packets, 600U);
+        EXPECT_EQ(counters.continuityErrors + counters.kernelDrops + counters.damaged +
+                      counters.unbufferedBytes + counters.rtpLost + counters.rtpDuplicates +
+                      counters.rtpReordered,
+                  0U);
+        EXPECT_EQ(counters.streams[0].bytes, sent.size());
+        EXPECT_EQ(counters.streams[0].buffers, consumer.buffers);
+        EXPECT_EQ(receiver.creator.announcements,
+                  (std::vector<RecordingCreator::Announcement>{
+                      {keStreamTypeTransportStream, keMediaVideo, 0, 0, {}}}));
+        EXPECT_EQ(receiver.stop(), keClientOk);
+        EXPECT_EQ(consumer.lent, 0);
+        const auto units = consumer.units();
+        EXPECT_TRUE(std::is_sorted(units.begin(), units.end(),
+                                   [](const auto& a, const auto& b) { return a.timeStamp < b.timeStamp; }));
+        if (row.logged != nullptr) {
+            EXPECT_EQ(RecordingLogger::takeLines(), (std::vector<LogLine>{{3, 2, row.logged}}));
+        }
+    }
+}
+
+// From the allocator's first buffers on, a stream costs no allocation, plain or in RTP, in order.
+TEST(DatagramStream, AllocatesNothingInSteadyState) {
+    for (const char* const url : {kAnyPort, "rtp://127.0.0.1:0"}) {
+        Receiver receiver;
+        ASSERT_EQ(receiver.init(url), keClientOk);
+        std::unique_ptr<AllocationCounter> counter;
+        std::atomic<std::uint64_t> allocations{~std::uint64_t{0}};
+        int calls = 0;
+        receiver.consumer().keeping = false;
+        receiver.consumer().onData = [&] {
+            if (++calls == 5) {
+                counter = std::make_unique<AllocationCounter>();
+            } else if (calls == 50) {
+                allocations = counter->count();
+            }
+        };
+        ASSERT_EQ(receiver.play(), keClientOk);
+        const Sender sender("127.0.0.1", receiver.port());
+        std::uint16_t number = 0;
+        EXPECT_TRUE(waitFor([&] {
+            sender.send(url[0] == 'r' ? makeRtp(number++, kDatagram) : kDatagram);
+            return allocations != ~std::uint64_t{0};
+        }));
+        EXPECT_EQ(allocations, 0U) << url;
+        receiver.close();
+    }
+}
+
+TEST(DatagramOpen, UnusableAddressesGetAStatusAndOneLine) {
+    Receiver first;
+    ASSERT_EQ(first.init(kAnyPort), keClientOk);
+    const std::string taken = "udp://127.0.0.1:" + std::to_string(first.port());
+    auto rows = readTable("unusable-addresses.txt");
+    rows.push_back({taken, "", std::to_string(keClientConnectionFailed), "127.0.0.1"});
+    for (const auto& row : rows) {
+        RecordingLogger::clear();
+        Receiver receiver;
+        EXPECT_EQ(std::to_string(receiver.init(row.at(0), row.at(1).c_str())), row.at(2)) << row[0];
+        EXPECT_TRUE(receiver.creator.announcements.empty());
+        const std::vector<LogLine> lines = RecordingLogger::takeLines();
+        ASSERT_EQ(lines.size(), 1U) << row[0];
+        EXPECT_EQ(lines[0].level, 4U);
+        EXPECT_NE(lines[0].text.find(row.at(3)), std::string::npos) << lines[0].text;
+    }
+    first.close();
+    EXPECT_EQ(Receiver().init(taken), keClientOk) << "free again";
+}
+
+// A unicast sender's data is kept from Init on; once the socket buffer has overflowed, delivery begins with
+// what comes after Play, without the gap.
+TEST(DatagramOpen, WhatCameBeforePlay) {
+    for (const bool overflows : {false, true}) {
+        Receiver receiver;
+        ASSERT_EQ(receiver.init(kAnyPort), keClientOk);
+        const Sender sender("127.0.0.1", receiver.port());
+        Octets expected;
+        for (std::size_t number = 0; number < 40; ++number) {
+            const Octets datagram = makeTransportPackets(number * 7, 7);
+            append(expected, datagram);
+            for (int times = 0; times < (overflows ? 150 : 1); ++times) {
+                ASSERT_TRUE(sender.send(datagram));
+            }
+        }
+        ASSERT_EQ(receiver.play(), keClientOk);
+        if (overflows) {
+            expected = makeTransportPackets(1000, 7);
+            ASSERT_TRUE(sender.send(expected));
+        }
+        EXPECT_TRUE(waitFor([&] { return receiver.consumer().size == expected.size(); }));
+        EXPECT_EQ(receiver.consumer().data(), expected);
+        EXPECT_EQ(receiver.consumer().buffers, 1U) << "many packets a buffer";
+    }
+}
+
+// Two receivers of one group get all of it, and nothing that is sent to their port otherwise. The loopback
+// interface carries no IPv6 multicast, so a thread goes into a network of its own.
+TEST(DatagramMulticast, TwoReceiversOfOneIPv6Group) {
+    bool hasNetwork = false;
+    std::thread([&hasNetwork] {
+        hasNetwork = unshare(CLONE_NEWNET) == 0 &&
+                     // No other thread of the tests runs a command. NOLINTNEXTLINE(concurrency-mt-unsafe)
+                     std::system("ip link set lo up && ip link add kv0 type veth peer name kv1 && "
+                                 "ip link set kv1 up && ip link set kv0 up && "
+                                 "ip -6 address add fd00::1/64 dev kv0 nodad") == 0;
+        if (!hasNetwork) {
+            return;
+        }
+        Receiver receivers[2];
+        start(receivers[0], "udp://[ff15::7701]:0", "kv0");
+        const std::uint16_t port = receivers[0].port();
+        start(receivers[1], ("udp://[ff15::7701]:" + std::to_string(port)).c_str(), "kv0");
+        const Sender sender("ff15::7701", port, "kv0");
+        for (int count = 0; count < 50; ++count) {
+            ASSERT_TRUE(sender.send(kDatagram) && Sender("::1", port).send(makeTransportPackets(0, 1)));
+        }
+        for (Receiver& receiver : receivers) {
+            EXPECT_TRUE(waitFor([&] { return receiver.consumer().size >= 50 * kDatagram.size(); }));
+            EXPECT_EQ(receiver.counters().packets, 50U);
+        }
+    }).join();
+    if (!hasNetwork) {
+        GTEST_SKIP() << "this user may not make a network namespace";
+    }
+}
+
+TEST(DatagramMulticast, OnlyTheChosenSource) {
+    Receiver receiver;
+    ASSERT_EQ(receiver.init("udp://127.0.0.2@232.77.7.7:0", "lo"), keClientOk);
+    if (receiver.play() != keClientOk ||
+        !Sender("232.77.7.7", receiver.port(), "lo", "127.0.0.3").send(makeTransportPackets(0, 3))) {
+        GTEST_SKIP() << "this machine has no source-specific multicast on its loopback interface";
+    }
+    ASSERT_TRUE(Sender("232.77.7.7", receiver.port(), "lo", "127.0.0.2").send(kDatagram));
+    EXPECT_TRUE(waitFor([&] { return receiver.consumer().size >= kDatagram.size(); }));
+    EXPECT_EQ(receiver.consumer().data(), kDatagram);
+}
+
+TEST(DatagramFaults, DamageIsCountedAndPassedOverAndSilenceTold) {
+    Receiver receiver(testSurroundings());
+    start(receiver, "rtp://127.0.0.1:0");
+    const Sender sender("127.0.0.1", receiver.port());
+    const auto packet = [](std::size_t number) { return makeRtp(number, makeTransportPackets(number, 1)); };
+    Octets otherType = packet(1);
+    otherType[1] = 96;
+    for (const Octets& datagram : {packet(1), Octets{}, Octets{0x80}, otherType, Octets(12, 0x40), packet(2),
+                                   packet(2), makeRtp(3, {}), packet(4), packet(6)}) {
+        ASSERT_TRUE(sender.send(datagram));
+    }
+    EXPECT_TRUE(waitFor([&] { return receiver.consumer().size == std::size_t{4} * 188; }));
+    const auto counters = receiver.counters();
+    EXPECT_EQ(counters.damaged, 4U);
+    EXPECT_EQ(counters.rtpDuplicates, 1U);
+    EXPECT_EQ(counters.rtpLost, 1U) << "number 5";
+    EXPECT_EQ(counters.continuityErrors, 2U) << "packets 3 and 5 of the stream are missing";
+    advanceClock(std::chrono::seconds(3));
+    EXPECT_TRUE(waitFor([&] { return receiver.wasTold(keNotifySilence); }));
+}
+
+TEST(DatagramFaults, KernelDropsAreCounted) {
+    Receiver receiver;
+    ASSERT_EQ(receiver.init(kAnyPort), keClientOk);
+    std::promise<void> go;
+    receiver.consumer().keeping = false;
+    receiver.consumer().onData = [gone = go.get_future().share()] { gone.wait(); };
+    ASSERT_EQ(receiver.play(), keClientOk);
+    const Sender sender("127.0.0.1", receiver.port());
+    constexpr std::uint64_t kSent = 6000;
+    for (std::uint64_t count = 0; count < kSent; ++count) {
+        EXPECT_TRUE(sender.send(kDatagram));
+    }
+    go.set_value();
+    EXPECT_TRUE(waitFor([&] {
+        const auto counters = receiver.counters();
+        return counters.kernelDrops != 0 && counters.packets + counters.kernelDrops == kSent;
+    }));
+}
+
+// As many hosts as may block at a time do so until the test lets them go.
+TEST(DatagramFaults, SlowHostsDoNotHoldUpOthers) {
+    constexpr int kSlow = ReceivePool::kThreads - 1;
+    std::atomic<int> blocked{0};
+    Receiver slow[kSlow];
+    std::promise<void> go; // after them: lets them go in any case
+    const std::shared_future<void> gone = go.get_future().share();
+    for (Receiver& receiver : slow) {
+        ASSERT_EQ(receiver.init(kAnyPort), keClientOk);
+        receiver.consumer().onData = [&blocked, gone] {
+            ++blocked;
+            gone.wait();
+        };
+        ASSERT_EQ(receiver.play(), keClientOk);
+    }
+    Receiver quick;
+    start(quick);
+    const Sender sender("127.0.0.1", quick.port());
+    for (int index = 0; index < kSlow; ++index) {
+        ASSERT_TRUE(Sender("127.0.0.1", slow[index].port()).send(kDatagram));
+        ASSERT_TRUE(waitFor([&] { return blocked == index + 1; }));
+        for (int count = 0; count < 20; ++count) { // one by one, so that no socket buffer is too small
+            const std::size_t before = quick.consumer().size;
+            ASSERT_TRUE(sender.send(kDatagram));
+            ASSERT_TRUE(waitFor([&] { return quick.consumer().size == before + kDatagram.size(); }))
+                << blocked << " hosts block";
+        }
+    }
+    EXPECT_EQ(quick.stop(), keClientOk) << "stopping does not wait for the others";
+    go.set_value();
+}
+
+TEST(DatagramFaults, ReleaseFromInsideACallback) {
+    std::array<Receiver, 2> receivers; // outlive the calls inside them
+    for (Receiver& receiver : receivers) {
+        ASSERT_EQ(receiver.init(kAnyPort), keClientOk);
+        std::atomic<bool> done{false};
+        const auto release = [&receiver, &done] {
+            receiver.close();
+            done = true;
+        };
+        if (&receiver == &receivers[0]) {
+            receiver.consumer().onData = release;
+        } else {
+            receiver.consumer().onNotify = [release](int) { release(); };
+        }
+        const Sender sender("127.0.0.1", receiver.port());
+        ASSERT_EQ(receiver.play(), keClientOk);
+        ASSERT_TRUE(sender.send(kDatagram));
+        EXPECT_TRUE(waitFor([&] { return done.load(); }));
+        EXPECT_LE(receiver.consumer().buffers, 1U);
+    }
+}
+
+// Nor memory, which the sanitizers find.
+TEST(DatagramFaults, RestartsLeaveNoFileOpen) {
+    const auto openFiles = [] {
+        const std::filesystem::directory_iterator files("/proc/self/fd");
+        return std::distance(begin(files), end(files));
+    };
+    std::ptrdiff_t before = 0;
+    for (int count = 0; count < 50; ++count) {
+        before = count == 10 ? openFiles() : before;
+        Receiver receiver;
+        ASSERT_EQ(receiver.init(kAnyPort), keClientOk);
+        const Sender sender("127.0.0.1", receiver.port());
+        for (const std::size_t round : {1U, 2U}) {
+            ASSERT_EQ(receiver.play(), keClientOk);
+            ASSERT_TRUE(sender.send(kDatagram));
+            ASSERT_TRUE(waitFor([&] { return receiver.consumer().size == round * kDatagram.size(); }));
+            ASSERT_EQ(receiver.stop(), keClientOk);
+        }
+    }
+    EXPECT_LE(openFiles(), before);
+}
+
+TEST(ReceivePool, IntervalLeavesRoomForBursts) {
+    const auto microseconds = [](std::size_t bytes, int elapsed, std::size_t bufferSize) {
+        return ReceivePool::intervalFor(bytes, std::chrono::microseconds(elapsed), bufferSize).count();
+    };
+    EXPECT_EQ(microseconds(0, 5000, 4U << 20), 5000);
+    EXPECT_EQ(microseconds(625'000, 5000, 4U << 20), 5000) << "1000 Mb/s";
+    EXPECT_EQ(microseconds(2'500'000, 5000, 4U << 20), 2097) << "4000 Mb/s";
+    EXPECT_EQ(microseconds(625'000, 5000, 212'992), 500) << "what systems grant by default";
+    EXPECT_EQ(microseconds(1U << 30, 500, 0), 500);
+}
+
+} // namespace
+
+// Comes before the system's.
+extern "C" int setsockopt(int file, int level, int name, const void* value, socklen_t size) noexcept {
+    static const auto real = reinterpret_cast<decltype(&setsockopt)>(dlsym(RTLD_NEXT, "setsockopt"));
+    const bool isBuffer = level == SOL_SOCKET && (name == SO_RCVBUF || name == SO_RCVBUFFORCE);
+    if (const int most = g_mostGranted; isBuffer && most != INT32_MAX) {
+        return name == SO_RCVBUF ? real(file, level, name, &most, sizeof(most)) : -1;
+    }
+    return real(file, level, name, value, size);
+}
