@@ -6,7 +6,6 @@
 #include <thread>
 #include <utility>
 
-#include <net/if.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -34,20 +33,14 @@ std::vector<std::vector<std::string>> readTable(const std::string& name) {
             rows.push_back(split(line + " ", '|')); // the space makes a cell of an empty last one
         }
     }
-    if (rows.empty()) {
-        throw std::runtime_error("no table " + name);
-    }
-    return rows;
+    return rows.empty() ? throw std::runtime_error("no table " + name) : rows;
 }
 
-Octets fromHex(const std::string& digits) {
+Octets fromHex(std::string digits) {
     Octets bytes;
-    std::string pair;
-    for (const char digit : digits) {
-        pair += digit == ' ' ? "" : std::string(1, digit);
-        if (pair.size() == 2) {
-            bytes.push_back(static_cast<std::uint8_t>(std::stoul(std::exchange(pair, ""), nullptr, 16)));
-        }
+    std::erase(digits, ' ');
+    for (std::size_t at = 0; at < digits.size(); at += 2) {
+        bytes.push_back(static_cast<std::uint8_t>(std::stoul(digits.substr(at, 2), nullptr, 16)));
     }
     return bytes;
 }
@@ -86,14 +79,13 @@ void RecordingConsumer::OnData(_tagConsumerInfo* info) {
         m_allocator->ReleaseBuffer(info->buffer);
         return;
     }
-    {
+    if (keeping) {
         const std::lock_guard lock(m_mutex);
-        if (keeping && (m_units.empty() || m_units.back().timeStamp != info->timeStamp)) {
-            m_units.push_back({info->timeStamp, {}});
+        if (m_timeStamps.empty() || m_timeStamps.back() != info->timeStamp) {
+            m_timeStamps.push_back(info->timeStamp);
+            m_payloads.emplace_back();
         }
-        if (keeping) {
-            append(m_units.back().bytes, Octets(info->buffer, info->buffer + info->dataLength));
-        }
+        append(m_payloads.back(), Octets(info->buffer, info->buffer + info->dataLength));
     }
     size += info->dataLength;
     ++buffers;
@@ -102,29 +94,11 @@ void RecordingConsumer::OnData(_tagConsumerInfo* info) {
 }
 
 void RecordingConsumer::OnNotify(_tagNetSourceNotifyType type, void* /*data*/) {
-    {
+    if (keeping) {
         const std::lock_guard lock(m_mutex);
         m_notifications.push_back(type);
     }
     onNotify(type);
-}
-
-std::vector<RecordingConsumer::Unit> RecordingConsumer::units() const {
-    const std::lock_guard lock(m_mutex);
-    return m_units;
-}
-
-std::vector<int> RecordingConsumer::notifications() const {
-    const std::lock_guard lock(m_mutex);
-    return m_notifications;
-}
-
-std::vector<Octets> RecordingConsumer::payloads() const {
-    std::vector<Octets> all;
-    for (const Unit& unit : units()) {
-        all.push_back(unit.bytes);
-    }
-    return all;
 }
 
 Octets RecordingConsumer::data() const {
@@ -135,31 +109,29 @@ Octets RecordingConsumer::data() const {
     return all;
 }
 
-IMediaConsumer* RecordingCreator::OnCreateConsumerForNetStream(_tagMCNetStreamMediaInfo* mediaInfo,
-                                                               IMCPlaylistItemQualitySelector* /*selector*/,
-                                                               std::uint32_t /*value*/) {
+Receiver::Receiver() {
+    StartSocketService();
+    SdkClientSettings settings{};
+    settings.receiver = this;
+    client = CreateNetworkClient(this, &settings);
+}
+
+IMediaConsumer* Receiver::OnCreateConsumerForNetStream(_tagMCNetStreamMediaInfo* mediaInfo,
+                                                       IMCPlaylistItemQualitySelector* /*selector*/,
+                                                       std::uint32_t /*value*/) {
     const std::uint8_t* const config = mediaInfo->codecConfig;
-    announcements.push_back({mediaInfo->streamType,
-                             mediaInfo->mediaKind,
-                             mediaInfo->audioSamplingRate,
-                             mediaInfo->audioChannels,
-                             {config, config + mediaInfo->codecConfigLength}});
+    const Octets copied(config, config + mediaInfo->codecConfigLength);
+    announcements.push_back({mediaInfo->streamType, mediaInfo->mediaKind, mediaInfo->audioSamplingRate,
+                             mediaInfo->audioChannels, copied});
     onAnnounce();
     consumers.push_back(std::make_unique<RecordingConsumer>());
     return consumers.back().get();
 }
 
-Receiver::Receiver() {
-    StartSocketService();
-    SdkClientSettings settings{};
-    settings.receiver = this;
-    client = CreateNetworkClient(&creator, &settings);
-}
-
 std::uint32_t Receiver::play() {
     const std::uint8_t enabled = 1;
-    for (const auto& consumer : creator.consumers) {
-        client->EnableConsumer(consumer.get(), 0, &enabled, 1);
+    for (const auto& taker : consumers) {
+        client->EnableConsumer(taker.get(), 0, &enabled, 1);
     }
     return client->Play(0.0, -1.0, 1.0);
 }
@@ -186,34 +158,26 @@ ClientCounters Receiver::counters() const {
     throw std::logic_error("the client is not among those counted");
 }
 
-bool Receiver::wasTold(int type) {
+bool Receiver::wasTold(int type) const {
     const std::vector<int> told = consumer().notifications();
     return !told.empty() && told.back() == type;
 }
 
-Sender::Sender(const std::string& address, std::uint16_t port, const char* networkInterface,
-               const char* from) {
-    const auto addressOf = [](const std::string& host, std::uint16_t ofPort) {
-        addrinfo hints{};
-        hints.ai_flags = AI_NUMERICHOST;
-        hints.ai_socktype = SOCK_DGRAM;
-        addrinfo* found = nullptr;
-        if (getaddrinfo(host.c_str(), std::to_string(ofPort).c_str(), &hints, &found) != 0) {
-            throw std::runtime_error("no address " + host);
-        }
-        return std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>(found, &freeaddrinfo);
-    };
-    const auto to = addressOf(address, port);
-    const auto local = addressOf(from != nullptr ? from : address, 0);
+static std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> addressOf(const char* host, std::uint16_t port) {
+    addrinfo hints{};
+    hints.ai_flags = AI_NUMERICHOST;
+    hints.ai_socktype = SOCK_DGRAM;
+    addrinfo* found = nullptr;
+    getaddrinfo(host, std::to_string(port).c_str(), &hints, &found);
+    return {found, &freeaddrinfo};
+}
+
+Sender::Sender(const std::string& address, std::uint16_t port, const char* from) {
+    const auto to = addressOf(address.c_str(), port);
+    const auto local = addressOf(from != nullptr ? from : address.c_str(), 0);
     m_socket = socket(to->ai_family, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    const unsigned index = if_nametoindex(networkInterface);
-    ip_mreqn request{};
-    request.imr_ifindex = static_cast<int>(index);
-    bool done = to->ai_family == AF_INET6
-                    ? setsockopt(m_socket, IPPROTO_IPV6, IPV6_MULTICAST_IF, &index, sizeof(index)) == 0
-                    : setsockopt(m_socket, IPPROTO_IP, IP_MULTICAST_IF, &request, sizeof(request)) == 0;
-    done = done && (from == nullptr || bind(m_socket, local->ai_addr, local->ai_addrlen) == 0);
-    if (!done || connect(m_socket, to->ai_addr, to->ai_addrlen) != 0) {
+    if ((from != nullptr && bind(m_socket, local->ai_addr, local->ai_addrlen) != 0) ||
+        connect(m_socket, to->ai_addr, to->ai_addrlen) != 0) {
         throw std::runtime_error("no sender to " + address);
     }
 }

@@ -3,13 +3,8 @@
 // What the network client's tests share.
 
 #include <atomic>
-#include <chrono>
-#include <cstdint>
 #include <functional>
-#include <memory>
 #include <mutex>
-#include <string>
-#include <vector>
 
 #include "NetworkClient.h"
 #include "NetworkClientCounters.h"
@@ -21,11 +16,11 @@ using namespace MainConcept::NetworkStreaming;
 using namespace KorvelVideo::NetworkSource;
 using Octets = std::vector<std::uint8_t>;
 
-// The rows of a table in tests/data/netsource, one a line, their cells between bars.
+// The rows of a table in tests/data/netsource, one a line, their cells between bars; the parts of a text
+// without the spaces around them; and bytes from hexadecimal digits, with spaces anywhere.
 [[nodiscard]] std::vector<std::vector<std::string>> readTable(const std::string& name);
-// Without spaces around the parts.
 [[nodiscard]] std::vector<std::string> split(const std::string& text, char separator);
-[[nodiscard]] Octets fromHex(const std::string& digits); // spaces anywhere
+[[nodiscard]] Octets fromHex(std::string digits);
 inline void append(Octets& to, const Octets& bytes) { to.insert(to.end(), bytes.begin(), bytes.end()); }
 
 // Waits until the condition holds. False when it never did, however slow the machine.
@@ -40,10 +35,6 @@ void advanceClock(std::chrono::milliseconds time);
 // points, each given back when the next one comes.
 class RecordingConsumer : public IMediaConsumer {
 public:
-    struct Unit { // consecutive buffers of one time stamp
-        std::uint64_t timeStamp;
-        Octets bytes;
-    };
     explicit RecordingConsumer(std::uint32_t bufferSize = 0x10000)
         : m_allocator(CreateBufferAllocator(2, 8, 0x100000, bufferSize, 1, nullptr)) {}
     void GetBuffer(_tagConsumerInfo* info) override;
@@ -55,32 +46,60 @@ public:
     std::function<void()> onData = [] {};
     std::function<void(int type)> onNotify = [](int) {};
     std::atomic<bool> refusing{false}; // GetBuffer gives none
-    bool keeping = true;               // what comes, not only its size
+    bool keeping = true;               // what comes, not only how much
 
-    [[nodiscard]] std::vector<Unit> units() const;
-    [[nodiscard]] std::vector<Octets> payloads() const; // of the units
-    [[nodiscard]] Octets data() const;                  // all of it
-    [[nodiscard]] std::vector<int> notifications() const;
+    // Of the buffers of one time stamp together, and all together.
+    [[nodiscard]] std::vector<Octets> payloads() const { return copy(m_payloads); }
+    [[nodiscard]] Octets data() const;
+    [[nodiscard]] std::vector<std::uint64_t> timeStamps() const { return copy(m_timeStamps); }
+    [[nodiscard]] std::vector<int> notifications() const { return copy(m_notifications); }
     std::atomic<std::size_t> size{0};
     std::atomic<std::size_t> buffers{0};
     std::atomic<int> lent{0}; // buffers that the client has
 
 private:
+    template <class Records>
+    [[nodiscard]] Records copy(const Records& records) const {
+        const std::lock_guard lock(m_mutex);
+        return records;
+    }
+
     const std::unique_ptr<SdkBufferAllocator> m_allocator;
     std::uint8_t* m_pending = nullptr;
     mutable std::mutex m_mutex;
-    std::vector<Unit> m_units;
+    std::vector<Octets> m_payloads;
+    std::vector<std::uint64_t> m_timeStamps;
     std::vector<int> m_notifications;
 };
 
-// Gives every stream a RecordingConsumer and keeps what was announced.
-class RecordingCreator : public INetStreamCreator {
+// A client whose streams get a RecordingConsumer each.
+class Receiver final : public INetStreamCreator {
 public:
+    Receiver(); // by the entry points
+    explicit Receiver(NetworkClient::Surroundings surroundings)
+        : client(new NetworkClient(*this, this, std::move(surroundings))) {}
+    Receiver(const Receiver&) = delete;
+    Receiver& operator=(const Receiver&) = delete;
+    ~Receiver() { close(); }
+
+    std::uint32_t init(const std::string& url, const char* networkInterface = nullptr) {
+        return client->Init(url.c_str(), networkInterface);
+    }
+    std::uint32_t play(); // with every consumer enabled
+    std::uint32_t stop() { return client->Stop(); }
+    void close(); // Stop, Shutdown and Release
+
+    [[nodiscard]] RecordingConsumer& consumer(std::size_t index = 0) const { return *consumers.at(index); }
+    [[nodiscard]] ClientCounters counters() const;
+    [[nodiscard]] std::uint16_t port() const { return static_cast<std::uint16_t>(counters().localPort); }
+    [[nodiscard]] bool wasTold(int type) const; // the first stream, the last time
+
     IMediaConsumer* OnCreateConsumerForNetStream(_tagMCNetStreamMediaInfo* mediaInfo,
                                                  IMCPlaylistItemQualitySelector* qualitySelector,
                                                  std::uint32_t value) override;
     void ReservedSlot2() override {}
     void ReservedSlot3() override {}
+
     struct Announcement {
         std::uint32_t streamType, mediaKind, samplingRate, channels;
         Octets codecConfig;
@@ -89,41 +108,13 @@ public:
     std::function<void()> onAnnounce = [] {};
     std::vector<Announcement> announcements;
     std::vector<std::unique_ptr<RecordingConsumer>> consumers;
-};
-
-// A client with its creator.
-class Receiver {
-public:
-    Receiver(); // by the entry points
-    explicit Receiver(NetworkClient::Surroundings surroundings)
-        : client(new NetworkClient(creator, this, std::move(surroundings))) {}
-    Receiver(const Receiver&) = delete;
-    Receiver& operator=(const Receiver&) = delete;
-    ~Receiver() { close(); }
-
-    std::uint32_t init(const std::string& url, const char* networkInterface = nullptr) {
-        return client->Init(url.c_str(), networkInterface);
-    }
-    // Enables every consumer and plays.
-    std::uint32_t play();
-    std::uint32_t stop() { return client->Stop(); }
-    void close(); // Stop, Shutdown and Release
-    [[nodiscard]] RecordingConsumer& consumer(std::size_t index = 0) const {
-        return *creator.consumers.at(index);
-    }
-    [[nodiscard]] ClientCounters counters() const;
-    [[nodiscard]] std::uint16_t port() const { return static_cast<std::uint16_t>(counters().localPort); }
-    [[nodiscard]] bool wasTold(int type); // the first stream, the last time
-
-    RecordingCreator creator;
     SdkNetworkClient* client = nullptr;
 };
 
-// Sends datagrams to a local address, or to a group over one interface, `from` an address of its own.
+// Sends datagrams to a local address, or to a group `from` a local address.
 class Sender {
 public:
-    Sender(const std::string& address, std::uint16_t port, const char* networkInterface = "lo",
-           const char* from = nullptr);
+    Sender(const std::string& address, std::uint16_t port, const char* from = nullptr);
     Sender(const Sender&) = delete;
     Sender& operator=(const Sender&) = delete;
     ~Sender();

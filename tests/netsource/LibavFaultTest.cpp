@@ -1,10 +1,12 @@
 // Senders that refuse, stay silent, lie or die: each ends in its status, and a stop never waits for them.
 
-#include <array>
 #include <csignal>
+#include <future>
 #include <thread>
 
+#include <netinet/in.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -19,6 +21,40 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 using Script = std::function<void(int connection)>;
 
+// Accepts connections on loopback, one after the other, and hands each to the script.
+class ScriptedServer {
+public:
+    explicit ScriptedServer(const Script& script) {
+        m_address.sin_family = AF_INET;
+        m_address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof(m_address);
+        auto* const address = reinterpret_cast<sockaddr*>(&m_address);
+        EXPECT_EQ(bind(m_socket, address, size) + listen(m_socket, 16), 0);
+        EXPECT_EQ(getsockname(m_socket, address, &size), 0);
+        m_thread = std::thread([this, script] {
+            for (int connection = 0; (connection = accept4(m_socket, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
+                script(connection);
+                close(connection);
+            }
+        });
+    }
+    ScriptedServer(const ScriptedServer&) = delete;
+    ScriptedServer& operator=(const ScriptedServer&) = delete;
+    ~ScriptedServer() { // once its clients have gone
+        shutdown(m_socket, SHUT_RDWR);
+        m_thread.join();
+        close(m_socket);
+    }
+    [[nodiscard]] std::string url(const std::string& scheme) const {
+        return loopbackUrl(scheme, ntohs(m_address.sin_port), "/live/a");
+    }
+
+private:
+    const int m_socket = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in m_address{};
+    std::thread m_thread;
+};
+
 // In its time, with room for a slow machine.
 void expectFailure(const std::string& address, ClientStatus status) {
     SCOPED_TRACE(address.substr(0, 200));
@@ -29,36 +65,20 @@ void expectFailure(const std::string& address, ClientStatus status) {
     EXPECT_TRUE(source->streams().empty());
 }
 
-// Reads requests until the peer is gone.
-void swallow(int connection) {
-    std::array<char, 4096> buffer{};
-    while (recv(connection, buffer.data(), buffer.size(), 0) > 0) {
-    }
-}
-
 bool sendText(int connection, const std::string& text) {
     return send(connection, text.data(), text.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(text.size());
 }
 
-std::string readRequest(int connection) {
-    std::string request;
-    char next = 0;
-    while (!request.ends_with("\r\n\r\n") && recv(connection, &next, 1, 0) == 1) {
-        request += next;
-    }
-    return request;
-}
-
-// Answers DESCRIBE with a status, and what else follows "CSeq"; other requests well.
-Script describing(const std::string& status, const std::string& rest) {
+// Answers DESCRIBE with a text and other requests well; without a text, none at all.
+Script describing(const std::string& answer) {
     return [=](int connection) {
-        for (std::string request = readRequest(connection); !request.empty();
-             request = readRequest(connection)) {
-            const std::size_t sequence = request.find("CSeq:");
-            const std::string line = request.substr(sequence, request.find('\n', sequence) + 1 - sequence);
-            const bool isDescribe = request.starts_with("DESCRIBE");
-            sendText(connection, "RTSP/1.0 " + (isDescribe ? status : "200 OK") + "\r\n" + line +
-                                     (isDescribe ? rest : "Public: DESCRIBE, SETUP, PLAY\r\n\r\n"));
+        char request[4096];
+        for (ssize_t size = 0; (size = recv(connection, request, sizeof(request), 0)) > 0;) {
+            const bool isDescribe =
+                std::string_view(request, static_cast<std::size_t>(size)).starts_with("DESCRIBE");
+            if (!answer.empty()) {
+                sendText(connection, "RTSP/1.0 " + (isDescribe ? answer : "200 OK\r\n\r\n"));
+            }
         }
     };
 }
@@ -68,7 +88,7 @@ Script garbage(std::size_t blocks) {
     return [=](int connection) {
         for (std::size_t i = 0; i < blocks && sendText(connection, std::string(65536, '\xA5')); ++i) {
         }
-        swallow(connection);
+        describing("")(connection);
     };
 }
 
@@ -78,34 +98,33 @@ TEST(LibavOpenFault, EndsInItsStatus) {
         ClientStatus status;
         Script script;
     };
-    const std::string outOfPlace = "Location: file:///etc/passwd\r\n\r\n";
     const Row rows[] = {
-        {"rtsp", keClientTimedOut, swallow},
+        {"rtsp", keClientTimedOut, describing("")},
         {"rtsp", keClientTimedOut, garbage(~std::size_t{0})},
-        {"rtsp", keClientTimedOut, describing("200 OK", "Content-Length: 100000\r\n\r\n")},
-        {"rtsp", keClientNotFound, describing("404 Not Found", "\r\n")},
-        {"rtsp", keClientAccessDenied, describing("401 No", "WWW-Authenticate: Basic realm=\"x\"\r\n\r\n")},
-        {"rtsp", keClientConnectionFailed, describing("200 OK", "\r\n")},
-        {"rtsp", keClientNotSupported, describing("200 OK", "Content-Length: 8\r\n\r\nv=0\r\no=-")},
-        {"rtsp", keClientConnectionFailed, describing("200 OK", "Content-Length: 1048577\r\n\r\n")},
-        {"rtsp", keClientConnectionFailed, describing("302 Found", outOfPlace)},
-        {"rtmp", keClientTimedOut, swallow},
+        {"rtsp", keClientTimedOut, describing("200 OK\r\nContent-Length: 100000\r\n\r\n")},
+        {"rtsp", keClientNotFound, describing("404 Not Found\r\n\r\n")},
+        {"rtsp", keClientAccessDenied, describing("401 No\r\nWWW-Authenticate: Basic realm=\"x\"\r\n\r\n")},
+        {"rtsp", keClientConnectionFailed, describing("200 OK\r\n\r\n")},
+        {"rtsp", keClientNotSupported, describing("200 OK\r\nContent-Length: 8\r\n\r\nv=0\r\no=-")},
+        {"rtsp", keClientConnectionFailed, describing("200 OK\r\nContent-Length: 1048577\r\n\r\n")},
+        {"rtsp", keClientConnectionFailed, describing("302 Found\r\nLocation: file:///etc/passwd\r\n\r\n")},
+        {"rtmp", keClientTimedOut, describing("")},
         {"rtmp", keClientConnectionFailed, [](int) {}},
         {"rtmp", keClientConnectionFailed, garbage(4)},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(&row - rows);
         const ScriptedServer server(row.script);
-        expectFailure(loopbackUrl(row.scheme, server.port(), "/live/a"), row.status);
+        expectFailure(server.url(row.scheme), row.status);
     }
-    std::uint16_t port = 0;
+    std::string location;
     std::atomic<int> connections{0};
     const ScriptedServer redirecting([&](int connection) {
         ++connections;
-        describing("302 Found", "Location: " + loopbackUrl("rtsp", port, "/a") + "\r\n\r\n")(connection);
+        describing("302 Found\r\nLocation: " + location + "\r\n\r\n")(connection);
     });
-    port = redirecting.port();
-    expectFailure(loopbackUrl("rtsp", port, "/a"), keClientConnectionFailed);
+    location = redirecting.url("rtsp");
+    expectFailure(location, keClientConnectionFailed);
     EXPECT_LE(connections, 2 + static_cast<int>(LibavInput::kMostRedirects)) << "redirects to itself";
 }
 
@@ -129,15 +148,15 @@ TEST(LibavOpenFault, WrongAddressesAreRefused) {
 
 TEST(LibavOpenFault, AnInterruptedOpeningReturns) {
     for (const char* const scheme : {"rtsp", "rtmp"}) {
-        std::atomic<bool> connected{false};
+        std::promise<void> connected;
         const ScriptedServer server([&](int connection) {
-            connected = true;
-            swallow(connection);
+            connected.set_value();
+            describing("")(connection);
         });
-        const auto source = makeLibavSource(loopbackUrl(scheme, server.port(), "/live/a"));
+        const auto source = makeLibavSource(server.url(scheme));
         std::thread opening(
             [&] { EXPECT_EQ(source->open(SourceParameters{}, Clock::now() + 300s), keClientDisconnected); });
-        EXPECT_TRUE(waitFor([&] { return connected.load(); }));
+        connected.get_future().wait();
         source->interrupt();
         opening.join();
     }

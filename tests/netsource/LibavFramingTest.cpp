@@ -179,7 +179,7 @@ TEST(AacFraming, AdtsIsTakenOffAndTellsTheConfiguration) {
     EXPECT_EQ(translator->announcement().codecConfig, fromHex("1190"));
     EXPECT_EQ(translator->announcement().audioSamplingRate, 48000U);
     EXPECT_EQ(lender.consumer.payloads(), (std::vector<Octets>{fromHex("de020001"), fromHex("de020002")}));
-    EXPECT_EQ(lender.consumer.units().at(1).timeStamp, 213'333U);
+    EXPECT_EQ(lender.consumer.timeStamps().at(1), 213'333U);
     for (std::size_t length = 0; length < 11; ++length) {
         EXPECT_FALSE(readAdtsFrame(Bytes(frames).first(length))) << length;
     }

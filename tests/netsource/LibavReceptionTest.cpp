@@ -13,11 +13,11 @@ namespace {
 using namespace ClientTest;
 
 void expectAnnounced(const Receiver& receiver, std::uint32_t audioType) {
-    ASSERT_EQ(receiver.creator.announcements.size(), 2U);
-    EXPECT_EQ(receiver.creator.announcements[0].streamType, keStreamTypeH264);
-    auto audio = receiver.creator.announcements[1];
+    ASSERT_EQ(receiver.announcements.size(), 2U);
+    EXPECT_EQ(receiver.announcements[0].streamType, keStreamTypeH264);
+    auto audio = receiver.announcements[1];
     audio.codecConfig.resize(2); // some senders append what older decoders skip
-    EXPECT_EQ(audio, (RecordingCreator::Announcement{audioType, keMediaAudio, 48000, 2, {0x11, 0x90}}));
+    EXPECT_EQ(audio, (Receiver::Announcement{audioType, keMediaAudio, 48000, 2, {0x11, 0x90}}));
 }
 
 // Every IDR picture comes with the announced parameter sets.
@@ -26,7 +26,7 @@ void expectDecodableAnywhere(const Receiver& receiver) {
         std::vector<Bytes> nals;
         splitNalUnits(unit, 0, nals);
         const auto isIdr = [](Bytes nal) { return nalUnitType(nal) == 5; };
-        const auto sets = std::ranges::search(unit, receiver.creator.announcements[0].codecConfig);
+        const auto sets = std::ranges::search(unit, receiver.announcements[0].codecConfig);
         EXPECT_EQ(std::ranges::any_of(nals, isIdr), !sets.empty());
     }
 }

@@ -99,31 +99,6 @@ const std::string& clip(int seconds) {
     return file->second;
 }
 
-ScriptedServer::ScriptedServer(std::function<void(int connection)> script)
-    : m_socket(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof(address);
-    if (bind(m_socket, reinterpret_cast<const sockaddr*>(&address), size) != 0 || listen(m_socket, 16) != 0) {
-        throw std::runtime_error("no port");
-    }
-    getsockname(m_socket, reinterpret_cast<sockaddr*>(&address), &size);
-    m_port = ntohs(address.sin_port);
-    m_thread = std::thread([this, script = std::move(script)] {
-        for (int connection = 0; (connection = accept4(m_socket, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
-            script(connection);
-            close(connection);
-        }
-    });
-}
-
-ScriptedServer::~ScriptedServer() {
-    shutdown(m_socket, SHUT_RDWR); // ends accept4
-    m_thread.join();
-    close(m_socket);
-}
-
 std::string loopbackUrl(const std::string& scheme, std::uint16_t port, const std::string& path) {
     return scheme + "://127.0.0.1:" + std::to_string(port) + path;
 }

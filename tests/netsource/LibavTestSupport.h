@@ -2,9 +2,6 @@
 
 // Real senders and scripted servers for the tests of the source over libavformat, on loopback only.
 
-#include <functional>
-#include <thread>
-
 #include "ClientTestSupport.h"
 
 #define KV_NEED(condition, what)                                                                             \
@@ -39,21 +36,6 @@ private:
 
 // A Matroska file with H.264 and AAC (48 kHz, stereo), made once a process; empty without ffmpeg and libx264.
 [[nodiscard]] const std::string& clip(int seconds);
-
-// Accepts connections on loopback, one after the other, and hands each to the script.
-class ScriptedServer {
-public:
-    explicit ScriptedServer(std::function<void(int connection)> script);
-    ScriptedServer(const ScriptedServer&) = delete;
-    ScriptedServer& operator=(const ScriptedServer&) = delete;
-    ~ScriptedServer(); // the clients have gone
-    [[nodiscard]] std::uint16_t port() const noexcept { return m_port; }
-
-private:
-    const int m_socket;
-    std::uint16_t m_port = 0;
-    std::thread m_thread;
-};
 
 // A URL on loopback, and a session description with these media lines.
 [[nodiscard]] std::string loopbackUrl(const std::string& scheme, std::uint16_t port, const std::string& path);

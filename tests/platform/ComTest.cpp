@@ -28,24 +28,26 @@ public:
     ComScope& operator=(const ComScope&) = delete;
 };
 
-IUnknown* makeObject() { return new TestObject<IUnknown>; }
-IUnknown* makeNothing() { return nullptr; }
-
-// Serves a class from `classObject` while it lives.
+// Serves a class by the objects that `make` makes while it lives.
 class Served {
 public:
-    Served(REFCLSID clsid, IUnknown* classObject) {
-        EXPECT_EQ(
-            CoRegisterClassObject(clsid, classObject, CLSCTX_INPROC_SERVER, REGCLS_MULTIPLEUSE, &m_cookie),
-            S_OK);
+    Served(REFCLSID clsid, IUnknown* (*make)()) : m_class(make) {
+        EXPECT_EQ(CoRegisterClassObject(clsid, &m_class, CLSCTX_INPROC_SERVER, REGCLS_MULTIPLEUSE, &m_cookie),
+                  S_OK);
     }
-    ~Served() { EXPECT_EQ(CoRevokeClassObject(m_cookie), S_OK); }
+    ~Served() {
+        EXPECT_EQ(CoRevokeClassObject(m_cookie), S_OK);
+        EXPECT_EQ(m_class.references(), 0U);
+    }
     Served(const Served&) = delete;
     Served& operator=(const Served&) = delete;
 
 private:
+    TestClass m_class;
     DWORD m_cookie = 0;
 };
+
+IUnknown* makeObject() { return new TestObject<IUnknown>; }
 
 void registerServer(REFCLSID clsid, const std::string& path) {
     wchar_t text[39];
@@ -64,168 +66,115 @@ HRESULT create(REFCLSID clsid, IUnknown** object, REFIID iid = IID_IUnknown) {
     return result;
 }
 
-// The loaded test server's state; null when it is not loaded.
-TestServerState* loadedServer() {
-    void* library = dlopen(KV_TEST_SERVER, RTLD_LAZY | RTLD_NOLOAD);
-    if (library == nullptr) {
-        return nullptr;
-    }
-    const auto state = reinterpret_cast<TestServerStateFunction>(dlsym(library, "testServerState"));
-    dlclose(library);
-    return state();
+bool isServerLoaded() {
+    void* const library = dlopen(KV_TEST_SERVER, RTLD_LAZY | RTLD_NOLOAD);
+    return library != nullptr && dlclose(library) == 0;
 }
 
 TEST(Apartment, IsCountedForEachThread) {
-    struct Row {
-        const char* calls; // M and A enter a multithreaded or single-threaded apartment, - leaves
-        std::vector<HRESULT> entered;
-    };
-    const Row rows[] = {{"MM", {S_OK, S_FALSE}},
-                        {"AMA", {S_OK, RPC_E_CHANGED_MODE, S_FALSE}},
-                        {"MA-A", {S_OK, RPC_E_CHANGED_MODE, S_OK}}, // a refused entry is not counted
-                        {"AA-M-M", {S_OK, S_FALSE, RPC_E_CHANGED_MODE, S_OK}},
-                        {"-M", {S_OK}}};
-    for (const Row& row : rows) {
-        std::thread([&row] {
-            std::vector<HRESULT> entered;
-            for (const char call : std::string(row.calls)) {
+    // M and A enter a multithreaded or single-threaded apartment (0 done, 1 again, x refused), - leaves
+    for (const auto& [calls, expected] : {std::pair<std::string, std::string>{"MM", "01"},
+                                          {"MA-A", "0x-0"},
+                                          {"AA-M-M", "01-x-0"},
+                                          {"-M", "-0"}}) {
+        std::thread([calls = calls, expected = expected] {
+            std::string entered;
+            for (const char call : calls + "------") { // leaving too often does no harm
                 if (call == '-') {
                     CoUninitialize();
+                    entered += '-';
                 } else {
-                    entered.push_back(CoInitializeEx(nullptr, call == 'M' ? mta : sta));
+                    const HRESULT result = CoInitializeEx(nullptr, call == 'M' ? mta : sta);
+                    entered += result == S_OK                 ? '0'
+                               : result == S_FALSE            ? '1'
+                               : result == RPC_E_CHANGED_MODE ? 'x'
+                                                              : '?';
                 }
             }
-            EXPECT_EQ(entered, row.entered) << row.calls;
-            for (std::size_t i = 0; i < entered.size(); ++i) {
-                CoUninitialize(); // too often does no harm
-            }
+            EXPECT_EQ(entered, expected + "------");
         }).join();
     }
 }
 
 TEST(Apartment, MultithreadedOneServesEveryThread) {
-    TestClass objects(makeObject);
-    const Served served(c_otherClass, &objects);
-    const auto expectCreation = [](HRESULT expected) {
-        IUnknown* object = nullptr;
-        EXPECT_EQ(create(c_otherClass, &object), expected);
-        EXPECT_TRUE(object == nullptr || object->Release() == 0);
+    const Served served(c_otherClass, makeObject);
+    const auto expectOnAnotherThread = [](HRESULT expected) {
+        std::thread([expected] {
+            IUnknown* object = nullptr;
+            EXPECT_EQ(create(c_otherClass, &object), expected);
+            EXPECT_TRUE(object == nullptr || object->Release() == 0);
+        }).join();
     };
-    const auto onAnotherThread = [&](HRESULT expected) { std::thread(expectCreation, expected).join(); };
-    onAnotherThread(CO_E_NOTINITIALIZED);
-    {
-        const ComScope com(sta);
-        expectCreation(S_OK);
-        onAnotherThread(CO_E_NOTINITIALIZED);
+    expectOnAnotherThread(CO_E_NOTINITIALIZED);
+    for (const DWORD model : {sta, mta}) {
+        const ComScope com(model);
+        expectOnAnotherThread(model == mta ? S_OK : CO_E_NOTINITIALIZED);
     }
-    {
-        const ComScope com(mta);
-        onAnotherThread(S_OK);
-    }
-    expectCreation(CO_E_NOTINITIALIZED);
+    expectOnAnotherThread(CO_E_NOTINITIALIZED);
 }
 
-TEST(CoCreateInstance, SaysWhyThereIsNoObject) {
+class CreateInstance : public testing::Test {
+protected:
     const TemporaryRegistry registry;
+    const ComScope com;
+    IUnknown* object = nullptr;
+};
+
+TEST_F(CreateInstance, SaysWhyThereIsNoObject) {
     const std::string garbage = registry.directory() / "garbage.so";
     std::ofstream(garbage) << "no library";
     Dl_info platform{};
     ASSERT_NE(dladdr(dlsym(RTLD_NEXT, "CoRevokeClassObject"), &platform), 0);
-    const ComScope com;
-    IUnknown* object = nullptr;
     EXPECT_EQ(create(c_otherClass, &object), REGDB_E_CLASSNOTREG);
-    const std::pair<std::string, HRESULT> servers[] = {{"/nonexistent/module.so", CO_E_DLLNOTFOUND},
-                                                       {garbage, CO_E_DLLNOTFOUND},
-                                                       {platform.dli_fname, CO_E_ERRORINDLL},
-                                                       {KV_TEST_SERVER, CLASS_E_CLASSNOTAVAILABLE}};
-    for (const auto& [path, expected] : servers) {
+    for (const auto& [path, expected] :
+         {std::pair<std::string, HRESULT>{"/nonexistent/module.so", CO_E_DLLNOTFOUND},
+          {garbage, CO_E_DLLNOTFOUND},
+          {platform.dli_fname, CO_E_ERRORINDLL},
+          {KV_TEST_SERVER, CLASS_E_CLASSNOTAVAILABLE}}) {
         registerServer(c_otherClass, path);
         EXPECT_EQ(create(c_otherClass, &object), expected) << path;
     }
     registerServer(CLSID_TestServer, KV_TEST_SERVER);
     EXPECT_EQ(create(CLSID_TestServer, &object, c_otherClass), E_NOINTERFACE);
     CoFreeUnusedLibraries();
-    EXPECT_EQ(loadedServer(), nullptr);
+    EXPECT_FALSE(isServerLoaded());
 }
 
-TEST(CoCreateInstance, AsksRegisteredClassObjectsFirstAndTheNewestOfThem) {
-    const TemporaryRegistry registry;
-    const ComScope com;
+TEST_F(CreateInstance, AsksRegisteredClassObjectsFirstAndTheNewestOfThem) {
     registerServer(CLSID_TestServer, KV_TEST_SERVER);
-    TestClass older(makeNothing);
-    TestClass newer(makeObject);
+    const Served older(CLSID_TestServer, [] { return static_cast<IUnknown*>(nullptr); });
     {
-        const Served olderServed(CLSID_TestServer, &older);
-        IUnknown* object = nullptr;
-        {
-            const Served newerServed(CLSID_TestServer, &newer);
-            ASSERT_EQ(create(CLSID_TestServer, &object), S_OK);
-            EXPECT_EQ(object->Release(), 0U);
-            EXPECT_EQ(newer.references(), 1U);
-        }
-        EXPECT_EQ(create(CLSID_TestServer, &object), E_OUTOFMEMORY) << "its failure is final";
-        EXPECT_EQ(older.references(), 1U);
+        const Served newer(CLSID_TestServer, makeObject);
+        ASSERT_EQ(create(CLSID_TestServer, &object), S_OK);
+        EXPECT_EQ(object->Release(), 0U);
     }
-    EXPECT_EQ(older.references() + newer.references(), 0U);
-    EXPECT_EQ(loadedServer(), nullptr);
+    EXPECT_EQ(create(CLSID_TestServer, &object), E_OUTOFMEMORY) << "its failure is final";
+    EXPECT_FALSE(isServerLoaded());
     EXPECT_EQ(CoRevokeClassObject(12345), CO_E_OBJNOTREG);
 }
 
-// The test server in a registry of its own, and the calling thread in COM.
-class RegisteredServer : public testing::Test {
-protected:
-    RegisteredServer() { registerServer(CLSID_TestServer, KV_TEST_SERVER); }
-
-private:
-    const TemporaryRegistry m_registry;
-    const ComScope m_com;
-};
-
-TEST_F(RegisteredServer, IsLoadedOnceByManyThreadsAndStaysWhileAnObjectLives) {
-    for (int round = 0; round < 10; ++round) {
+TEST_F(CreateInstance, LoadsOnceForManyThreadsAndUnloadsWhenNoObjectLives) {
+    registerServer(CLSID_TestServer, KV_TEST_SERVER);
+    for (int round = 0; round < 20; ++round) {
         IUnknown* objects[4] = {};
         std::vector<std::thread> threads;
-        for (IUnknown*& object : objects) {
-            threads.emplace_back([&object] {
-                EXPECT_EQ(create(CLSID_TestServer, &object), S_OK);
+        for (IUnknown*& made : objects) {
+            threads.emplace_back([&made] {
+                EXPECT_EQ(create(CLSID_TestServer, &made), S_OK);
                 CoFreeUnusedLibraries();
             });
         }
         for (std::thread& thread : threads) {
             thread.join();
         }
-        for (IUnknown* object : objects) {
-            ASSERT_NE(loadedServer(), nullptr);
-            object->Release();
+        for (IUnknown* made : objects) {
+            CoFreeUnusedLibraries();
+            ASSERT_TRUE(isServerLoaded());
+            made->Release();
         }
         CoFreeUnusedLibraries();
-        EXPECT_EQ(loadedServer(), nullptr) << "round " << round;
+        EXPECT_FALSE(isServerLoaded()) << "round " << round;
     }
-}
-
-TEST_F(RegisteredServer, StaysLoadedWhileACreationIsInsideIt) {
-    IUnknown* first = nullptr;
-    ASSERT_EQ(create(CLSID_TestServer, &first), S_OK);
-    TestServerState* state = loadedServer();
-    ASSERT_NE(state, nullptr);
-    HANDLE entered = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-    HANDLE proceed = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-    state->alwaysUnloadable = true;
-    state->proceed = proceed;
-    state->entered = entered;
-    IUnknown* second = nullptr;
-    std::thread creating([&second] { EXPECT_EQ(create(CLSID_TestServer, &second), S_OK); });
-    EXPECT_EQ(WaitForSingleObject(entered, longWait), WAIT_OBJECT_0);
-    CoFreeUnusedLibraries();
-    EXPECT_NE(loadedServer(), nullptr);
-    SetEvent(proceed);
-    creating.join();
-    first->Release();
-    second->Release();
-    CoFreeUnusedLibraries();
-    EXPECT_EQ(loadedServer(), nullptr);
-    CloseHandle(entered);
-    CloseHandle(proceed);
 }
 
 // Its destructor runs after main.

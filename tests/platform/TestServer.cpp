@@ -19,10 +19,6 @@ public:
         return *object != nullptr ? S_OK : E_NOINTERFACE;
     }
     HRESULT CreateInstance(IUnknown* /*outer*/, REFIID iid, void** object) override {
-        if (g_state.entered != nullptr) {
-            SetEvent(g_state.entered);
-            WaitForSingleObject(g_state.proceed, longWait);
-        }
         auto* made = new Object;
         const HRESULT result = made->QueryInterface(iid, object);
         made->Release();
@@ -53,7 +49,5 @@ KV_EXPORT HRESULT DllGetClassObject(REFCLSID clsid, REFIID iid, void** object) {
     return g_factory.QueryInterface(iid, object);
 }
 
-KV_EXPORT HRESULT DllCanUnloadNow() {
-    return g_state.alwaysUnloadable || g_state.objects == 0 ? S_OK : S_FALSE;
-}
+KV_EXPORT HRESULT DllCanUnloadNow() { return g_state.objects == 0 ? S_OK : S_FALSE; }
 }

@@ -13,10 +13,6 @@ inline constexpr CLSID CLSID_TestServer{
 struct TestServerState {
     HMODULE module = nullptr;
     std::atomic<int> objects{0};
-    std::atomic<bool> alwaysUnloadable{false}; // DllCanUnloadNow does not look at the objects
-    // When set, CreateInstance sets `entered` and waits for `proceed`.
-    std::atomic<HANDLE> entered{nullptr};
-    std::atomic<HANDLE> proceed{nullptr};
 };
 
 inline constexpr DWORD longWait = 10'000; // milliseconds
