@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <map>
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -76,27 +75,21 @@ std::uint16_t freePorts() {
     throw std::runtime_error("no free ports");
 }
 
-const std::string& clip(int seconds) {
-    struct Files : std::map<int, std::string> {
-        ~Files() {
-            for (const auto& [length, path] : *this) {
-                std::remove(path.c_str());
-            }
-        }
+const std::string& clip() {
+    struct File {
+        std::string path =
+            std::filesystem::temp_directory_path() / ("kv-" + std::to_string(getpid()) + ".mkv");
+        const bool isMade =
+            ChildProcess("sh -c 'ffmpeg -y -f lavfi -i testsrc2=size=320x240:rate=25 -f lavfi -i "
+                         "sine=sample_rate=48000 "
+                         "-t 6 -c:v libx264 -preset veryfast -pix_fmt yuv420p -g 20 -c:a aac -ac 2 " +
+                         path + " && echo done'")
+                .waitForLine();
+        ~File() { std::remove(path.c_str()); }
     };
-    static Files files;
-    const auto [file, isNew] = files.try_emplace(seconds);
-    if (isNew) {
-        const auto folder = std::filesystem::temp_directory_path();
-        const std::string name = "kv-" + std::to_string(getpid()) + "-" + std::to_string(seconds) + ".mkv";
-        const ChildProcess encoder(
-            "sh -c 'ffmpeg -y -f lavfi -i testsrc2=size=320x240:rate=25 -f lavfi "
-            "-i sine=sample_rate=48000 -c:v libx264 -preset veryfast -pix_fmt yuv420p -g 20 "
-            "-c:a aac -ac 2 -t " +
-            std::to_string(seconds) + " " + (folder / name).string() + " && echo done'");
-        file->second = encoder.waitForLine() ? folder / name : "";
-    }
-    return file->second;
+    static const File file;
+    static const std::string none;
+    return file.isMade ? file.path : none;
 }
 
 std::string loopbackUrl(const std::string& scheme, std::uint16_t port, const std::string& path) {

@@ -34,8 +34,8 @@ private:
 // hands out, and never the same one twice in a process.
 [[nodiscard]] std::uint16_t freePorts();
 
-// A Matroska file with H.264 and AAC (48 kHz, stereo), made once a process; empty without ffmpeg and libx264.
-[[nodiscard]] const std::string& clip(int seconds);
+// A Matroska file of 6 s, H.264 and AAC (48 kHz, stereo), made once a process; empty without ffmpeg.
+[[nodiscard]] const std::string& clip();
 
 // A URL on loopback, and a session description with these media lines.
 [[nodiscard]] std::string loopbackUrl(const std::string& scheme, std::uint16_t port, const std::string& path);

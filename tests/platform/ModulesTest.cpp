@@ -29,8 +29,9 @@ TEST(Module, IsFoundByItsHandleAndFileName) {
     EXPECT_EQ(GetModuleFileNameA(&program, program, sizeof program), 0U);
     EXPECT_EQ(GetLastError(), ERROR_MOD_NOT_FOUND) << "no module";
     EXPECT_EQ(LoadLibraryA("/nonexistent/library.so"), nullptr);
-    const auto state = reinterpret_cast<TestServerStateFunction>(GetProcAddress(server, "testServerState"));
-    EXPECT_EQ(state()->module, server) << "what DllMain was given";
+    const auto module =
+        reinterpret_cast<TestServerModuleFunction>(GetProcAddress(server, "testServerModule"));
+    EXPECT_EQ(module(), server);
     EXPECT_EQ(GetProcAddress(server, "DllMain"), nullptr) << "hidden";
     EXPECT_EQ(GetProcAddress(server, "CoRevokeClassObject"), nullptr) << "of another module";
     EXPECT_TRUE(FreeLibrary(server));
@@ -46,20 +47,16 @@ TEST(Text, ConvertsBetweenNarrowAndWide) {
         {"\xED\xA0\x80", L"\uFFFD\uFFFD\uFFFD"},            // a surrogate
         {"\xF4\x90\x80\x80", L"\uFFFD\uFFFD\uFFFD\uFFFD"}}; // past the last code point
     for (const auto& [narrow, wide] : rows) {
-        const int wideLength = static_cast<int>(wide.size());
         wchar_t widened[64];
-        EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, narrow.data(), static_cast<int>(narrow.size()), widened, 64),
-                  wideLength);
-        EXPECT_EQ(std::wstring(widened, wide.size()), wide);
+        const int length = static_cast<int>(narrow.size());
+        const int wideLength = MultiByteToWideChar(CP_ACP, 0, narrow.data(), length, widened, 64);
+        EXPECT_EQ(std::wstring(widened, static_cast<std::size_t>(wideLength)), wide);
         char back[64];
-        const int length = WideCharToMultiByte(CP_ACP, 0, widened, wideLength, back, 64, nullptr, nullptr);
-        EXPECT_EQ(std::string(back, static_cast<std::size_t>(length)) == narrow,
-                  wide.find(L'\uFFFD') == std::wstring::npos);
+        const int backLength =
+            WideCharToMultiByte(CP_ACP, 0, widened, wideLength, back, 64, nullptr, nullptr);
+        const bool isBroken = wide.find(L'\uFFFD') != std::wstring::npos;
+        EXPECT_NE(std::string(back, static_cast<std::size_t>(backLength)) == narrow, isBroken);
     }
-    const wchar_t outside[] = {0xD800, static_cast<wchar_t>(0x110000), 0};
-    char narrow[16];
-    EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, outside, -1, narrow, 16, nullptr, nullptr), 7);
-    EXPECT_STREQ(narrow, "\xEF\xBF\xBD\xEF\xBF\xBD");
     wchar_t wide[4] = {};
     EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, "abc", -1, wide, 4), 4);
     EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, "abcd", -1, nullptr, 0), 5) << "the size needed";

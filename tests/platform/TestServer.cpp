@@ -5,41 +5,27 @@
 
 namespace {
 
-constinit TestServerState g_state;
+HMODULE g_module = nullptr;
+std::atomic<int> g_objects{0};
 
 struct Object final : TestObject<IUnknown> {
-    Object() { ++g_state.objects; }
-    ~Object() override { --g_state.objects; }
-};
-
-class Factory final : public StaticTestObject<IClassFactory> {
-public:
-    HRESULT QueryInterface(REFIID iid, void** object) override {
-        *object = iid == IID_IClassFactory ? this : nullptr;
-        return *object != nullptr ? S_OK : E_NOINTERFACE;
-    }
-    HRESULT CreateInstance(IUnknown* /*outer*/, REFIID iid, void** object) override {
-        auto* made = new Object;
-        const HRESULT result = made->QueryInterface(iid, object);
-        made->Release();
-        return result;
-    }
-    HRESULT LockServer(BOOL /*lock*/) override { return S_OK; }
+    Object() { ++g_objects; }
+    ~Object() override { --g_objects; }
 };
 
 // Usable without its initialiser: the thread sanitizer does not see that the loader has run it.
-constinit Factory g_factory;
+constinit TestClass g_factory([]() -> IUnknown* { return new Object; });
 
 } // namespace
 
 extern "C" {
 
 BOOL DllMain(HMODULE module, DWORD /*reason*/, void* /*reserved*/) {
-    g_state.module = module;
+    g_module = module;
     return TRUE;
 }
 
-KV_EXPORT TestServerState* testServerState() { return &g_state; }
+KV_EXPORT HMODULE testServerModule() { return g_module; }
 
 KV_EXPORT HRESULT DllGetClassObject(REFCLSID clsid, REFIID iid, void** object) {
     if (clsid != CLSID_TestServer) {
@@ -49,5 +35,5 @@ KV_EXPORT HRESULT DllGetClassObject(REFCLSID clsid, REFIID iid, void** object) {
     return g_factory.QueryInterface(iid, object);
 }
 
-KV_EXPORT HRESULT DllCanUnloadNow() { return g_state.objects == 0 ? S_OK : S_FALSE; }
+KV_EXPORT HRESULT DllCanUnloadNow() { return g_objects == 0 ? S_OK : S_FALSE; }
 }

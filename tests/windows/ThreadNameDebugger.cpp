@@ -2,9 +2,7 @@
 // `kv_thread_names PROGRAM [ARGUMENTS]`; returns the program's exit code, 1 when it announces something
 // wrong.
 
-#include <algorithm>
 #include <cstdio>
-#include <set>
 #include <string>
 
 #include "PlatformKernel.h"
@@ -36,21 +34,16 @@ int main(int argumentCount, char** arguments) {
     PROCESS_INFORMATION process{};
     CreateProcessA(nullptr, command.data(), nullptr, nullptr, TRUE, DEBUG_ONLY_THIS_PROCESS, nullptr, nullptr,
                    &startup, &process);
-    std::set<DWORD> begun;
-    std::set<DWORD> named; // perhaps before the debugger hears of its beginning
     bool isRight = true;
     for (DEBUG_EVENT event{}; WaitForDebugEvent(&event, 30'000) != 0;) {
         DWORD answer = DBG_CONTINUE;
-        if (event.dwDebugEventCode == CREATE_THREAD_DEBUG_EVENT) {
-            begun.insert(event.dwThreadId);
-        } else if (event.dwDebugEventCode == EXIT_PROCESS_DEBUG_EVENT) {
-            isRight = isRight && std::includes(begun.begin(), begun.end(), named.begin(), named.end());
+        if (event.dwDebugEventCode == EXIT_PROCESS_DEBUG_EVENT) {
             return isRight ? static_cast<int>(event.u.ExitProcess.dwExitCode) : 1;
-        } else if (event.dwDebugEventCode == EXCEPTION_DEBUG_EVENT) {
+        }
+        if (event.dwDebugEventCode == EXCEPTION_DEBUG_EVENT) {
             const EXCEPTION_RECORD& exception = event.u.Exception.ExceptionRecord;
             if (exception.ExceptionCode == 0x406D1388) {
                 isRight = print(process.hProcess, exception) && isRight;
-                named.insert(static_cast<DWORD>(exception.ExceptionInformation[2]));
             }
             answer = exception.ExceptionCode == EXCEPTION_BREAKPOINT ? answer : DBG_EXCEPTION_NOT_HANDLED;
         }
