@@ -36,21 +36,13 @@ TEST(DatagramStream, ArrivesByteForByte) {
         const char* sendTo;
         std::vector<std::size_t> packetsPerDatagram; // repeated
         int mostGranted = INT32_MAX;
-        const char* logged = nullptr;
     };
     const Row rows[] = {
         {"udp://@:0", "lo", "127.0.0.1", {7, 3, 1, 40, 7, 7}},
         {"udp://:0", "127.0.0.1", "127.0.0.1", {50, 1, 50}},
         {"udp://[::1]:0", nullptr, "::1", {7}},
         {"rtp://127.0.0.1:0", nullptr, "127.0.0.1", {7, 5, 7, 20}},
-        {kAnyPort,
-         nullptr,
-         "127.0.0.1",
-         {7},
-         131'072,
-         "udp://127.0.0.1:0: the system grants a socket buffer of 131072 bytes instead of 4194304; bursts "
-         "may "
-         "be lost. Raise net.core.rmem_max."},
+        {kAnyPort, nullptr, "127.0.0.1", {7}, 131'072},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.url);
@@ -86,36 +78,34 @@ TEST(DatagramStream, ArrivesByteForByte) {
         EXPECT_EQ(receiver.stop(), keClientOk);
         EXPECT_EQ(consumer.lent, 0);
         EXPECT_TRUE(std::ranges::is_sorted(consumer.timeStamps()));
-        if (row.logged != nullptr) {
-            EXPECT_EQ(RecordingLogger::takeLines(), (std::vector<LogLine>{{3, 2, row.logged}}));
-        }
+        const bool isCapped = row.mostGranted != INT32_MAX;
+        EXPECT_TRUE(!isCapped || RecordingLogger::takeLines().at(0).text.find(
+                                     "131072 bytes instead of 4194304") != std::string::npos);
     }
 }
 
 // From the allocator's first buffers on, a stream costs no allocation, plain or in RTP, in order.
 TEST(DatagramStream, AllocatesNothingInSteadyState) {
-    for (const char* const url : {kAnyPort, "rtp://127.0.0.1:0"}) {
+    for (const bool isRtp : {false, true}) {
         Receiver receiver;
-        ASSERT_EQ(receiver.init(url), keClientOk);
+        ASSERT_EQ(receiver.init(isRtp ? "rtp://127.0.0.1:0" : kAnyPort), keClientOk);
         std::unique_ptr<AllocationCounter> counter;
-        std::atomic<std::uint64_t> allocations{~std::uint64_t{0}};
+        std::atomic<std::int64_t> allocations{-1};
         int calls = 0;
         receiver.consumer().keeping = false;
         receiver.consumer().onData = [&] {
             if (++calls == 5) {
                 counter = std::make_unique<AllocationCounter>();
             } else if (calls == 50) {
-                allocations = counter->count();
+                allocations = static_cast<std::int64_t>(counter->count());
             }
         };
         ASSERT_EQ(receiver.play(), keClientOk);
         const Sender sender("127.0.0.1", receiver.port());
-        std::uint16_t number = 0;
-        EXPECT_TRUE(waitFor([&] {
-            sender.send(url[0] == 'r' ? makeRtp(number++, kDatagram) : kDatagram);
-            return allocations != ~std::uint64_t{0};
+        EXPECT_TRUE(waitFor([&, number = std::size_t{0}]() mutable {
+            return sender.send(isRtp ? makeRtp(number++, kDatagram) : kDatagram) && allocations >= 0;
         }));
-        EXPECT_EQ(allocations, 0U) << url;
+        EXPECT_EQ(allocations, 0) << isRtp;
         receiver.close();
     }
 }
@@ -143,26 +133,18 @@ TEST(DatagramOpen, UnusableAddressesGetAStatusAndOneLine) {
 // A unicast sender's data is kept from Init on; once the socket buffer has overflowed, delivery begins with
 // what comes after Play, without the gap.
 TEST(DatagramOpen, WhatCameBeforePlay) {
-    for (const bool overflows : {false, true}) {
+    for (const int times : {1, 6000}) { // kept, or more than the socket buffer holds
         Receiver receiver;
         ASSERT_EQ(receiver.init(kAnyPort), keClientOk);
         const Sender sender("127.0.0.1", receiver.port());
-        Octets expected;
-        for (std::size_t number = 0; number < 40; ++number) {
-            const Octets datagram = makeTransportPackets(number * 7, 7);
-            append(expected, datagram);
-            for (int times = 0; times < (overflows ? 150 : 1); ++times) {
-                ASSERT_TRUE(sender.send(datagram));
-            }
+        for (int count = 0; count < times; ++count) {
+            ASSERT_TRUE(sender.send(kDatagram));
         }
         ASSERT_EQ(receiver.play(), keClientOk);
-        if (overflows) {
-            expected = makeTransportPackets(1000, 7);
-            ASSERT_TRUE(sender.send(expected));
-        }
-        EXPECT_TRUE(waitFor([&] { return receiver.consumer().size == expected.size(); }));
-        EXPECT_EQ(receiver.consumer().data(), expected);
-        EXPECT_EQ(receiver.consumer().buffers, 1U) << "many packets a buffer";
+        const Octets later = makeTransportPackets(1000, 7);
+        ASSERT_TRUE(times == 1 || sender.send(later));
+        EXPECT_TRUE(waitFor([&] { return receiver.consumer().size == kDatagram.size(); }));
+        EXPECT_EQ(receiver.consumer().data(), times == 1 ? kDatagram : later);
     }
 }
 
@@ -207,43 +189,40 @@ TEST(DatagramFaults, KernelDropsAreCounted) {
     receiver.consumer().onData = [gone = go.get_future().share()] { gone.wait(); };
     ASSERT_EQ(receiver.play(), keClientOk);
     const Sender sender("127.0.0.1", receiver.port());
-    constexpr std::uint64_t kSent = 6000;
-    for (std::uint64_t count = 0; count < kSent; ++count) {
+    for (int count = 0; count < 6000; ++count) {
         EXPECT_TRUE(sender.send(kDatagram));
     }
     go.set_value();
     EXPECT_TRUE(waitFor([&] {
         const auto counters = receiver.counters();
-        return counters.kernelDrops != 0 && counters.packets + counters.kernelDrops == kSent;
+        return counters.kernelDrops != 0 && counters.packets + counters.kernelDrops == 6000;
     }));
 }
 
 // As many hosts as may block at a time do so until the test lets them go.
 TEST(DatagramFaults, SlowHostsDoNotHoldUpOthers) {
-    constexpr int kSlow = ReceivePool::kThreads - 1;
-    std::atomic<int> blocked{0};
-    Receiver slow[kSlow];
+    std::atomic<std::size_t> blocked{0};
+    std::array<Receiver, ReceivePool::kThreads - 1> slow;
     std::promise<void> go; // after them: lets them go in any case
-    const std::shared_future<void> gone = go.get_future().share();
     for (Receiver& receiver : slow) {
         ASSERT_EQ(receiver.init(kAnyPort), keClientOk);
+    }
+    Receiver quick;
+    start(quick);
+    const Sender sender("127.0.0.1", quick.port());
+    for (const std::shared_future<void> gone = go.get_future().share(); Receiver & receiver : slow) {
         receiver.consumer().onData = [&blocked, gone] {
             ++blocked;
             gone.wait();
         };
         ASSERT_EQ(receiver.play(), keClientOk);
-    }
-    Receiver quick;
-    start(quick);
-    const Sender sender("127.0.0.1", quick.port());
-    for (int index = 0; index < kSlow; ++index) {
-        ASSERT_TRUE(Sender("127.0.0.1", slow[index].port()).send(kDatagram));
-        ASSERT_TRUE(waitFor([&] { return blocked == index + 1; }));
+        const std::size_t before = blocked;
+        ASSERT_TRUE(Sender("127.0.0.1", receiver.port()).send(kDatagram));
+        ASSERT_TRUE(waitFor([&] { return blocked == before + 1; }));
         for (int count = 0; count < 20; ++count) { // one by one, so that no socket buffer is too small
-            const std::size_t before = quick.consumer().size;
+            const std::size_t size = quick.consumer().size + kDatagram.size();
             ASSERT_TRUE(sender.send(kDatagram));
-            ASSERT_TRUE(waitFor([&] { return quick.consumer().size == before + kDatagram.size(); }))
-                << blocked << " hosts block";
+            ASSERT_TRUE(waitFor([&] { return quick.consumer().size == size; })) << blocked << " hosts block";
         }
     }
     EXPECT_EQ(quick.stop(), keClientOk) << "stopping does not wait for the others";

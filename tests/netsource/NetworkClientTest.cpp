@@ -92,15 +92,13 @@ TEST_F(NetworkClientTest, AnnouncesOnItsOwnThreadWithComAndLeavesRefusedStreamsO
 }
 
 TEST_F(NetworkClientTest, StatusOfOpeningIsReturned) {
-    for (const ClientStatus status : {keClientUnknownHost, keClientAccessDenied}) {
-        m_source->onOpen = [status] { return status; };
-        EXPECT_EQ(m_receiver.init("url"), status);
-        EXPECT_EQ(m_receiver.play(), keClientInvalidParameter);
-    }
-    EXPECT_EQ(m_receiver.init("none:"), keClientNotSupported);
-    EXPECT_EQ(client().Init(nullptr, nullptr), keClientInvalidParameter);
+    m_source->onOpen = [] { return keClientAccessDenied; };
+    EXPECT_EQ(m_receiver.init("url"), keClientAccessDenied);
     m_source->onOpen = []() -> ClientStatus { throw std::runtime_error("no memory"); };
     EXPECT_EQ(m_receiver.init("url"), keClientConnectionFailed);
+    EXPECT_EQ(m_receiver.init("none:"), keClientNotSupported);
+    EXPECT_EQ(client().Init(nullptr, nullptr), keClientInvalidParameter);
+    EXPECT_EQ(m_receiver.play(), keClientInvalidParameter);
     EXPECT_TRUE(m_receiver.announcements.empty());
     m_source->onOpen = [] { return keClientOk; };
     EXPECT_EQ(m_receiver.init("url"), keClientOk);
@@ -145,18 +143,15 @@ TEST_F(NetworkClientTest, ParametersHaveOneSizeEach) {
 TEST_F(NetworkClientTest, PlayAndStop) {
     EXPECT_EQ(client().Stop(), keClientOk) << "before anything";
     play();
-    const auto firstSink = m_source->sink;
     EXPECT_EQ(m_receiver.play(), keClientOk) << "a second time";
     EXPECT_EQ(client().Play(10.0, -1.0, 1.0), keClientNotSupported);
-    EXPECT_EQ(client().Stop(), keClientOk);
-    EXPECT_EQ(client().Stop(), keClientOk);
+    EXPECT_EQ(client().Stop() + client().Stop(), keClientOk);
     EXPECT_EQ(m_source->stops, 1);
     m_source->startStatus = keClientConnectionRefused;
     EXPECT_EQ(m_receiver.play(), keClientConnectionRefused);
-    EXPECT_NE(m_source->sink, firstSink);
     EXPECT_EQ(m_receiver.counters().playing, 0U);
     EXPECT_EQ(client().Shutdown(), keClientOk);
-    EXPECT_EQ(client().Play(0.0, -1.0, 1.0), keClientInvalidParameter);
+    EXPECT_EQ(m_receiver.play(), keClientInvalidParameter);
 }
 
 TEST_F(NetworkClientTest, OnlyEnabledConsumersAreServed) {
@@ -227,21 +222,17 @@ TEST_F(NetworkClientTest, ActivityComesBeforeTheDataAndSilenceCountsFromItsEnd) 
 
 TEST_F(NetworkClientTest, AccessUnitsSpanBuffers) {
     play();
-    Octets unit(2'500'000);
-    for (std::size_t index = 0; index < unit.size(); ++index) {
-        unit[index] = static_cast<std::uint8_t>(index * 31 >> 3);
-    }
+    const Octets unit = makeTransportPackets(0, 13'000);
     const std::span<const std::uint8_t> whole(unit);
     const std::span<const std::uint8_t> pieces[] = {
         whole.first(5), {}, whole.subspan(5, 65536), whole.subspan(65541)};
     EXPECT_TRUE(m_source->sink->deliverCopy(0, pieces, 77));
     EXPECT_EQ(consumer(0).payloads(), std::vector<Octets>{unit}) << "one time stamp";
-    EXPECT_EQ(consumer(0).buffers, 39U) << "full buffers";
+    EXPECT_EQ(consumer(0).buffers, 38U) << "full buffers";
     const Octets tooLarge(17U << 20);
     const std::span<const std::uint8_t> piece(tooLarge);
     EXPECT_FALSE(m_source->sink->deliverCopy(0, {&piece, 1}, 78));
-    deliver(0, {});
-    EXPECT_EQ(consumer(0).buffers, 39U) << "no part of a unit that does not fit";
+    EXPECT_EQ(consumer(0).buffers, 38U) << "no part of a unit that does not fit";
     EXPECT_EQ(consumer(0).lent, 0);
 }
 
@@ -285,17 +276,12 @@ TEST_F(NetworkClientTest, StopWaitsForACallInProgress) {
 }
 
 // Delivers, then fails, or does not hear of a stop.
-class SleepingSource final : public BlockingSource {
-public:
+struct SleepingSource final : BlockingSource {
     explicit SleepingSource(bool fails) : m_fails(fails) {}
     ClientStatus open(const SourceParameters& /*parameters*/, TimePoint /*deadline*/) override {
         return keClientOk;
     }
     const std::vector<ElementaryStream>& streams() const noexcept override { return m_streams; }
-
-    std::atomic<bool> letGo{false};
-
-protected:
     SourceEnd run(Round& round) override {
         const Octets unit{1};
         const std::span<const std::uint8_t> piece(unit);
@@ -308,25 +294,24 @@ protected:
         return SourceEnd::endOfStream;
     }
 
-private:
+    std::atomic<bool> letGo{false};
     const bool m_fails;
-    const std::vector<ElementaryStream> m_streams{{keStreamTypeH264, keMediaVideo, 0, 0, {}}};
+    const std::vector<ElementaryStream> m_streams{1};
 };
 
-TEST(BlockingSource, EndsInTheRightWayAndIsLeftBehindWhenDeaf) {
+TEST(BlockingSource, TellsOfAFailureAndIsLeftBehindWhenDeaf) {
     for (const bool fails : {false, true}) {
-        const std::vector<int> notifications = fails ? std::vector{10, 3} : std::vector{10};
+        const std::vector<int> expected = fails ? std::vector{10, 3} : std::vector{10};
         auto source = std::make_shared<SleepingSource>(fails);
         Receiver receiver({[source](const std::string&) { return source; }, &testClock, seconds(10)});
         ASSERT_EQ(receiver.init("url"), keClientOk);
         ASSERT_EQ(receiver.play(), keClientOk);
         RecordingConsumer& consumer = receiver.consumer();
-        EXPECT_TRUE(
-            waitFor([&] { return consumer.notifications() == notifications && consumer.buffers == 1; }));
+        EXPECT_TRUE(waitFor([&] { return consumer.notifications() == expected && consumer.buffers == 1; }));
         receiver.close();
         source->letGo = true;
         EXPECT_TRUE(waitFor([&] { return source.use_count() == 1; })) << "the thread has ended";
-        EXPECT_EQ(consumer.notifications(), notifications);
+        EXPECT_EQ(consumer.notifications(), expected);
         EXPECT_EQ(consumer.buffers, 1U) << "nothing after Stop";
     }
 }
