@@ -1,5 +1,4 @@
 #include <memory>
-#include <set>
 #include <thread>
 #include <vector>
 
@@ -29,7 +28,7 @@ TEST(BufferAllocator, LendsSixteenTimesTheLimitAndTakesAllBack) {
             buffer[0] = buffer[0xFFFF] = static_cast<std::uint8_t>(buffers.size());
             buffers.push_back(buffer);
         }
-        EXPECT_EQ(std::set(buffers.begin(), buffers.end()).size(), 256U) << "16 MiB in one access unit";
+        EXPECT_EQ(buffers.size(), 256U) << "16 MiB in one access unit";
         for (std::size_t index = 0; index < buffers.size(); ++index) {
             EXPECT_EQ(buffers[index][0xFFFF], static_cast<std::uint8_t>(index));
             EXPECT_EQ(allocator->ConfirmBufferSize(buffers[index], 0x10000), 0);

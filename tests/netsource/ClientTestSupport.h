@@ -78,8 +78,6 @@ public:
     Receiver(); // by the entry points
     explicit Receiver(NetworkClient::Surroundings surroundings)
         : client(new NetworkClient(*this, this, std::move(surroundings))) {}
-    Receiver(const Receiver&) = delete;
-    Receiver& operator=(const Receiver&) = delete;
     ~Receiver() { close(); }
 
     std::uint32_t init(const std::string& url, const char* networkInterface = nullptr) {

@@ -138,18 +138,6 @@ TEST(AvcFraming, FragmentsBecomeAccessUnits) {
     }
 }
 
-TEST(AvcFraming, WhatFindsNoBufferIsLeftOutAndNothingElse) {
-    ParameterSets sets;
-    Lender lender;
-    AvcFragmentWriter writer;
-    EXPECT_EQ(writer.write(fromHex("aabb"), 0, sets, 0, lender.sink), 2U) << "its start was missed";
-    lender.consumer.refusing = true;
-    EXPECT_EQ(writer.write(nals("+SLICE"), 0, sets, 0, lender.sink), 7U);
-    lender.consumer.refusing = false;
-    EXPECT_EQ(writer.write(nals("+SLICE"), 400'000, sets, 0, lender.sink), 0U);
-    EXPECT_EQ(lender.consumer.payloads(), std::vector<Octets>{nals("+SLICE")});
-}
-
 TEST(AacFraming, ConfigurationsTellTheirFormat) {
     for (const auto& row : readTable("audio-configurations.txt")) {
         const AacFormat format = readAudioSpecificConfig(fromHex(row.at(0))).value_or(AacFormat{});

@@ -284,8 +284,6 @@ public:
             }
         });
     }
-    ScriptedServer(const ScriptedServer&) = delete;
-    ScriptedServer& operator=(const ScriptedServer&) = delete;
     ~ScriptedServer() { // once its clients have gone
         shutdown(m_socket, SHUT_RDWR);
         m_thread.join();

@@ -24,8 +24,6 @@ class ComScope {
 public:
     explicit ComScope(DWORD model = mta) { EXPECT_EQ(CoInitializeEx(nullptr, model), S_OK); }
     ~ComScope() { CoUninitialize(); }
-    ComScope(const ComScope&) = delete;
-    ComScope& operator=(const ComScope&) = delete;
 };
 
 void registerServer(REFCLSID clsid, const std::string& path) {
