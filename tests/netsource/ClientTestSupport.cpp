@@ -62,9 +62,6 @@ void advanceClock(std::chrono::milliseconds time) { clockNanoseconds += time.cou
 NetworkClient::Surroundings testSurroundings() { return {&makeSource, &testClock, std::chrono::seconds(10)}; }
 
 void RecordingConsumer::GetBuffer(_tagConsumerInfo* info) {
-    if (refusing) {
-        return;
-    }
     std::uint32_t capacity = 0;
     info->buffer = m_allocator->AllocateBuffer(&capacity, nullptr);
     if (info->buffer != nullptr) {
@@ -119,10 +116,9 @@ Receiver::Receiver() {
 IMediaConsumer* Receiver::OnCreateConsumerForNetStream(_tagMCNetStreamMediaInfo* mediaInfo,
                                                        IMCPlaylistItemQualitySelector* /*selector*/,
                                                        std::uint32_t /*value*/) {
-    const std::uint8_t* const config = mediaInfo->codecConfig;
-    const Octets copied(config, config + mediaInfo->codecConfigLength);
+    const Octets config(mediaInfo->codecConfig, mediaInfo->codecConfig + mediaInfo->codecConfigLength);
     announcements.push_back({mediaInfo->streamType, mediaInfo->mediaKind, mediaInfo->audioSamplingRate,
-                             mediaInfo->audioChannels, copied});
+                             mediaInfo->audioChannels, config});
     onAnnounce();
     consumers.push_back(std::make_unique<RecordingConsumer>());
     return consumers.back().get();

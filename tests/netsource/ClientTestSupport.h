@@ -45,8 +45,7 @@ public:
     // Called in OnData and OnNotify, with no lock held. Set before Play.
     std::function<void()> onData = [] {};
     std::function<void(int type)> onNotify = [](int) {};
-    std::atomic<bool> refusing{false}; // GetBuffer gives none
-    bool keeping = true;               // what comes, not only how much
+    bool keeping = true; // what comes, not only how much
 
     // Of the buffers of one time stamp together, and all together.
     [[nodiscard]] std::vector<Octets> payloads() const { return copy(m_payloads); }

@@ -57,14 +57,12 @@ TEST(Thread, SuspendedRunsAfterResumeAndIsSignalledWhenItsRoutineReturns) {
 TEST(Thread, RunsOnAfterItsHandleIsClosedAndBearsWhatTheSystemKeepsOfItsName) {
     Probe probe;
     EXPECT_TRUE(CloseHandle(std::exchange(probe.thread, CreateEventA(nullptr, TRUE, FALSE, nullptr))));
-    const auto nameThread = [](DWORD threadId, const char* name, DWORD type = 0x1000,
-                               DWORD argumentCount = 3) {
+    const auto nameThread = [](DWORD threadId, const char* name, DWORD type = 0x1000) {
         const std::array<ULONG_PTR, 3> arguments = {type, reinterpret_cast<ULONG_PTR>(name), threadId};
-        raiseGuardedException(0x406D1388, 0, argumentCount, arguments.data());
+        raiseGuardedException(0x406D1388, 0, 3, arguments.data());
     };
     nameThread(probe.threadId, "Korvel CKvThread");
     nameThread(probe.threadId, "wrong type", 0x1001);
-    nameThread(probe.threadId, "too few", 0x1000, 2);
     nameThread(probe.threadId, nullptr);
     nameThread(0x7FFFFFFE, "nobody");
     SetEvent(probe.go);

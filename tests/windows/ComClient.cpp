@@ -35,14 +35,11 @@ bool isLoaded() { return GetModuleHandleA("kvNetworkReceiver.dll") != nullptr; }
 using KorvelVideo::Host::Reference;
 using KorvelVideo::Host::UncountedObject;
 
-HRESULT create(REFCLSID clsid, REFIID iid, void** object) {
-    return CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, iid, object);
-}
-
 void createAndQuery(REFCLSID clsid, REFIID iid, REFIID other) {
     Reference<IUnknown> factory;
     Reference<IUnknown> asked;
-    require(create(clsid, iid, factory.receiveVoid()) == S_OK && factory,
+    require(CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, iid, factory.receiveVoid()) == S_OK &&
+                factory,
             "CoCreateInstance gives the factory");
     require(factory->QueryInterface(other, asked.receiveVoid()) == E_NOINTERFACE && !asked,
             "another factory's interface is refused");
@@ -51,9 +48,10 @@ void createAndQuery(REFCLSID clsid, REFIID iid, REFIID other) {
 }
 
 struct Settings final : UncountedObject<IKvTsOverUdpReceiverSettings> {
+    explicit Settings(const char* of) : url(of) {}
     const char* GetUrl() override { return url; }
     const char* GetNetworkInterfaceCard() override { return nullptr; }
-    const char* url = nullptr;
+    const char* const url;
 };
 
 struct Sink final : UncountedObject<IKvVideoCallback> {
@@ -72,11 +70,9 @@ struct Detector final : UncountedObject<IKvNetworkStreamDetectorCallback> {
 // module's, caught by another module.
 void receive(const char* url) {
     Reference<IKvTsOverUdpReceiverFactory> factory;
-    require(SUCCEEDED(create(CLSID_TsOverUdpReceiverFactory, IID_IKvTsOverUdpReceiverFactory,
-                             factory.receiveVoid())),
-            "CoCreateInstance gives a factory again");
-    Settings settings;
-    settings.url = url;
+    static_cast<void>(CoCreateInstance(CLSID_TsOverUdpReceiverFactory, nullptr, CLSCTX_INPROC_SERVER,
+                                       IID_IKvTsOverUdpReceiverFactory, factory.receiveVoid()));
+    Settings settings(url);
     Detector detector;
     Reference<IKvNetworkReceiverController> receiver;
     require(factory->CreateReceiver(&settings, nullptr, receiver.receive()) == KV_E_INVALID_POINTER,
@@ -92,8 +88,7 @@ void receive(const char* url) {
             raised = exception.m_result;
         }
         require(raised == KV_E_INVALID_PARAMETER, "Redirect raises its code");
-        require(receiver->Redirect(url) == S_OK, "Redirect succeeds");
-        require(receiver->Stop() == S_OK, "Stop succeeds");
+        require(receiver->Redirect(url) == S_OK && receiver->Stop() == S_OK, "Redirect and Stop succeed");
         receiver.reset();
     }).join();
 }

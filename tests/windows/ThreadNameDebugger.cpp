@@ -1,6 +1,5 @@
 // Run by scripts/windows-check: runs a program as its debugger and prints the thread names that it announces.
-// `kv_thread_names PROGRAM [ARGUMENTS]`; returns the program's exit code, 1 when it announces something
-// wrong.
+// `kv_thread_names PROGRAM [ARGUMENTS]`; returns the program's exit code, 1 after a wrong announcement.
 
 #include <cstdio>
 #include <string>
@@ -36,18 +35,17 @@ int main(int argumentCount, char** arguments) {
                    &startup, &process);
     bool isRight = true;
     for (DEBUG_EVENT event{}; WaitForDebugEvent(&event, 30'000) != 0;) {
-        DWORD answer = DBG_CONTINUE;
         if (event.dwDebugEventCode == EXIT_PROCESS_DEBUG_EVENT) {
             return isRight ? static_cast<int>(event.u.ExitProcess.dwExitCode) : 1;
         }
-        if (event.dwDebugEventCode == EXCEPTION_DEBUG_EVENT) {
-            const EXCEPTION_RECORD& exception = event.u.Exception.ExceptionRecord;
-            if (exception.ExceptionCode == 0x406D1388) {
-                isRight = print(process.hProcess, exception) && isRight;
-            }
-            answer = exception.ExceptionCode == EXCEPTION_BREAKPOINT ? answer : DBG_EXCEPTION_NOT_HANDLED;
+        const EXCEPTION_RECORD& exception = event.u.Exception.ExceptionRecord;
+        const bool isException = event.dwDebugEventCode == EXCEPTION_DEBUG_EVENT;
+        if (isException && exception.ExceptionCode == 0x406D1388) {
+            isRight = print(process.hProcess, exception) && isRight;
         }
-        ContinueDebugEvent(event.dwProcessId, event.dwThreadId, answer);
+        const bool isHandled = !isException || exception.ExceptionCode == EXCEPTION_BREAKPOINT;
+        ContinueDebugEvent(event.dwProcessId, event.dwThreadId,
+                           isHandled ? DBG_CONTINUE : DBG_EXCEPTION_NOT_HANDLED);
     }
     std::printf("FAILED: %s does not run to its end\n", command.c_str());
     return 1; // and the program ends with its debugger
