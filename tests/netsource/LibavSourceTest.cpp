@@ -110,10 +110,17 @@ struct RtspServer {
     }
     const std::uint16_t port = freePorts();
     const ChildProcess process;
-    const bool isReady = std::filesystem::exists(clip()) && !process.readLine().empty();
+    const bool isReady = !process.readLine().empty();
 };
 
-constexpr const char* kNeeded = "needs ffmpeg with libx264, python3-gi and gir1.2-gst-rtsp-server-1.0";
+class RealSender : public testing::Test {
+protected:
+    void SetUp() override {
+        if (!std::filesystem::exists(clip()) || !RtspServer("any").isReady) {
+            GTEST_SKIP() << "needs ffmpeg with libx264, python3-gi and gir1.2-gst-rtsp-server-1.0";
+        }
+    }
+};
 
 void expectAnnounced(const Receiver& receiver, std::uint32_t audioType) {
     ASSERT_EQ(receiver.announcements.size(), 2U);
@@ -129,7 +136,7 @@ bool waitForUnits(const Receiver& receiver, std::size_t count) {
     });
 }
 
-TEST(LibavRtsp, ReceivesWhatTheServerSends) {
+TEST_F(RealSender, IsReceivedOverRtsp) {
     struct Row {
         const char* options; // protocols, user, password
         const char* login;
@@ -142,9 +149,6 @@ TEST(LibavRtsp, ReceivesWhatTheServerSends) {
                            {"any", "", "/bare", false, false}}) { // parameter sets in band only
         SCOPED_TRACE(std::string(row.path) + " " + row.options);
         const RtspServer server(row.options);
-        if (!server.isReady) {
-            GTEST_SKIP() << kNeeded;
-        }
         Receiver receiver;
         ASSERT_EQ(receiver.init(std::string("rtsp://") + row.login + server.url(row.path)), keClientOk);
         expectAnnounced(receiver, keStreamTypeAac);
@@ -162,11 +166,8 @@ TEST(LibavRtsp, ReceivesWhatTheServerSends) {
     }
 }
 
-TEST(LibavRtsp, TakesTcpOnlyWhenAllowedAndNothingArrivesOverUdp) {
+TEST_F(RealSender, IsReceivedOverTcpOnlyWhenAllowedAndNothingArrivesOverUdp) {
     const RtspServer server("blocked");
-    if (!server.isReady) {
-        GTEST_SKIP() << kNeeded;
-    }
     std::array<Receiver, 2> receivers; // the second one may fall back
     const auto start = Clock::now();
     for (const std::uint32_t mayFallBack : {0U, 1U}) {
@@ -180,11 +181,8 @@ TEST(LibavRtsp, TakesTcpOnlyWhenAllowedAndNothingArrivesOverUdp) {
     EXPECT_EQ(receivers[0].consumer(0).size + receivers[0].consumer(1).size, 0U);
 }
 
-TEST(LibavRtsp, AServerThatDiesOrFreezes) {
+TEST_F(RealSender, DiesOrFreezes) {
     const RtspServer server("any");
-    if (!server.isReady) {
-        GTEST_SKIP() << kNeeded;
-    }
     for (const int fault : {SIGSTOP, SIGKILL}) {
         Receiver receiver(testSurroundings());
         ASSERT_EQ(receiver.init("rtsp://" + server.url("/clip")), keClientOk);
@@ -200,10 +198,7 @@ TEST(LibavRtsp, AServerThatDiesOrFreezes) {
     }
 }
 
-TEST(LibavDescription, ReceivesLoasInTransportStreamInRtp) {
-    if (!std::filesystem::exists(clip())) {
-        GTEST_SKIP() << kNeeded;
-    }
+TEST_F(RealSender, IsReceivedAsLoasInTransportStreamInRtp) {
     const int port = freePorts();
     Receiver receiver;
     auto opened = std::async(std::launch::async, [&] {
@@ -317,15 +312,6 @@ Script describing(const std::string& answer) {
     };
 }
 
-// Sends garbage until the peer is gone or has got enough.
-Script garbage(std::size_t blocks) {
-    return [=](int connection) {
-        for (std::size_t i = 0; i < blocks && sendText(connection, std::string(65536, '\xA5')); ++i) {
-        }
-        describing("")(connection);
-    };
-}
-
 TEST(LibavOpenFault, EndsInItsStatus) {
     struct Row {
         const char* scheme;
@@ -334,7 +320,6 @@ TEST(LibavOpenFault, EndsInItsStatus) {
     };
     const Row rows[] = {
         {"rtsp", keClientTimedOut, describing("")},
-        {"rtsp", keClientTimedOut, garbage(~std::size_t{0})},
         {"rtsp", keClientTimedOut, describing("200 OK\r\nContent-Length: 100000\r\n\r\n")},
         {"rtsp", keClientNotFound, describing("404 Not Found\r\n\r\n")},
         {"rtsp", keClientAccessDenied, describing("401 No\r\nWWW-Authenticate: Basic realm=\"x\"\r\n\r\n")},
@@ -344,7 +329,6 @@ TEST(LibavOpenFault, EndsInItsStatus) {
         {"rtsp", keClientConnectionFailed, describing("302 Found\r\nLocation: file:///etc/passwd\r\n\r\n")},
         {"rtmp", keClientTimedOut, describing("")},
         {"rtmp", keClientConnectionFailed, [](int) {}},
-        {"rtmp", keClientConnectionFailed, garbage(4)},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(&row - rows);

@@ -49,10 +49,6 @@ private:
 
 class NetworkClientTest : public testing::Test {
 protected:
-    [[nodiscard]] NetworkClient::Surroundings surroundings() {
-        const auto make = [this](const std::string& url) { return url == "none:" ? nullptr : m_source; };
-        return {make, &testClock, milliseconds(100)};
-    }
     void play() {
         ASSERT_EQ(m_receiver.init("url"), keClientOk);
         ASSERT_EQ(m_receiver.play(), keClientOk);
@@ -66,7 +62,8 @@ protected:
     SdkNetworkClient& client() { return *m_receiver.client; }
 
     std::shared_ptr<ScriptedSource> m_source = std::make_shared<ScriptedSource>();
-    Receiver m_receiver{surroundings()};
+    Receiver m_receiver{{[this](const std::string& url) { return url == "none:" ? nullptr : m_source; },
+                         &testClock, milliseconds(100)}};
 };
 
 TEST_F(NetworkClientTest, AnnouncesOnItsOwnThreadWithComAndLeavesRefusedStreamsOut) {
