@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 
+#include <latch>
 #include <string>
 #include <thread>
 #include <vector>
@@ -130,14 +131,18 @@ TEST_F(CreateInstance, LoadsOnceForManyThreadsAndUnloadsWhenNoObjectLives) {
     registerServer(CLSID_TestServer, KV_TEST_SERVER);
     for (int round = 0; round < 20; ++round) {
         IUnknown* objects[4] = {};
+        std::latch begin(5);
         std::vector<std::thread> threads;
         for (IUnknown*& made : objects) {
-            threads.emplace_back([&made] {
+            threads.emplace_back([&made, &begin] {
+                begin.arrive_and_wait();
                 EXPECT_EQ(create(CLSID_TestServer, &made), S_OK);
                 CoFreeUnusedLibraries();
             });
         }
+        begin.arrive_and_wait();
         for (std::thread& thread : threads) {
+            CoFreeUnusedLibraries();
             thread.join();
         }
         for (IUnknown* made : objects) {

@@ -1,5 +1,7 @@
 #include "TestServer.h"
 
+#include <thread>
+
 #include "PlatformCompiler.h"
 #include "TestObject.h"
 
@@ -14,7 +16,10 @@ struct Object final : TestObject<IUnknown> {
 };
 
 // Usable without its initialiser: the thread sanitizer does not see that the loader has run it.
-constinit TestClass g_factory([]() -> IUnknown* { return new Object; });
+constinit TestClass g_factory([]() -> IUnknown* {
+    std::this_thread::sleep_for(std::chrono::milliseconds(2)); // gives whoever unloads too early time to
+    return new Object;
+});
 
 } // namespace
 
