@@ -195,8 +195,7 @@ TEST_F(NetworkClientTest, Notifications) {
     EXPECT_EQ(told(0), (std::vector<int>{10, 10, 10, 0, 10, 0, 3, 6}));
 }
 
-// The consumer ignores silence that is told earlier than 3 s after it was told of activity, however long the
-// telling took.
+// The consumer ignores silence that is told earlier than 3 s after it has been told of activity.
 TEST_F(NetworkClientTest, ActivityComesBeforeTheDataAndSilenceCountsFromItsEnd) {
     play();
     std::string order;

@@ -63,7 +63,6 @@ TEST(Thread, RunsOnAfterItsHandleIsClosedAndBearsWhatTheSystemKeepsOfItsName) {
     };
     nameThread(probe.threadId, "Korvel CKvThread");
     nameThread(probe.threadId, "wrong type", 0x1001);
-    nameThread(probe.threadId, nullptr);
     nameThread(0x7FFFFFFE, "nobody");
     SetEvent(probe.go);
     EXPECT_EQ(WaitForSingleObject(probe.done, longWait), WAIT_OBJECT_0);
