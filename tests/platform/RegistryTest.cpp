@@ -160,6 +160,7 @@ TEST_F(Registry, KeepsTheWritesOfTwoProcesses) {
     EXPECT_EQ(status, 0);
     const std::string keys = content();
     EXPECT_EQ(std::count(keys.begin(), keys.end(), '['), 50);
+    EXPECT_FALSE(std::filesystem::exists(registry.file().string() + ".new"));
 }
 
 } // namespace
