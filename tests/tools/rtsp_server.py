@@ -3,7 +3,8 @@
 
 usage: rtsp_server.py PORT FILE [PROTOCOLS [USER PASSWORD]]
 
-PROTOCOLS: "any" (default), "tcp" (refuses UDP) or "blocked" (offers UDP, of which nothing arrives; takes PORT + 1 too). With a user, /clip asks for digest authentication.
+PROTOCOLS: "any" (default), "tcp" (refuses UDP) or "blocked" (offers UDP, of which nothing arrives; takes PORT + 1
+too). With a user, /clip asks for digest authentication.
 Paths: /clip, /bare (the description lacks the H.264 parameter sets, which come in band instead), /speech (a
 second audio stream beside those of /clip, in G.711).
 Prints "ready" when it accepts connections. Each session plays the file from its start.
