@@ -6,7 +6,6 @@
 #include <thread>
 #include <utility>
 
-#include <net/if.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -34,20 +33,14 @@ std::vector<std::vector<std::string>> readTable(const std::string& name) {
             rows.push_back(split(line + " ", '|')); // the space makes a cell of an empty last one
         }
     }
-    if (rows.empty()) {
-        throw std::runtime_error("no table " + name);
-    }
-    return rows;
+    return rows.empty() ? throw std::runtime_error("no table " + name) : rows;
 }
 
-Octets fromHex(const std::string& digits) {
+Octets fromHex(std::string digits) {
     Octets bytes;
-    std::string pair;
-    for (const char digit : digits) {
-        pair += digit == ' ' ? "" : std::string(1, digit);
-        if (pair.size() == 2) {
-            bytes.push_back(static_cast<std::uint8_t>(std::stoul(std::exchange(pair, ""), nullptr, 16)));
-        }
+    std::erase(digits, ' ');
+    for (std::size_t at = 0; at < digits.size(); at += 2) {
+        bytes.push_back(static_cast<std::uint8_t>(std::stoul(digits.substr(at, 2), nullptr, 16)));
     }
     return bytes;
 }
@@ -63,68 +56,46 @@ bool waitFor(const std::function<bool()>& condition) {
     return true;
 }
 
-namespace {
-
-std::atomic<std::int64_t> clockNanoseconds{1'000'000'000'000};
-
-} // namespace
-
+static std::atomic<std::int64_t> clockNanoseconds{1'000'000'000'000};
 Source::TimePoint testClock() { return Source::TimePoint(std::chrono::nanoseconds(clockNanoseconds)); }
-
-void advanceClock(std::chrono::milliseconds time) {
-    clockNanoseconds += std::chrono::nanoseconds(time).count();
-}
-
+void advanceClock(std::chrono::milliseconds time) { clockNanoseconds += time.count() * 1'000'000; }
 NetworkClient::Surroundings testSurroundings() { return {&makeSource, &testClock, std::chrono::seconds(10)}; }
 
 void RecordingConsumer::GetBuffer(_tagConsumerInfo* info) {
-    if (refusing) {
-        return;
-    }
     std::uint32_t capacity = 0;
     info->buffer = m_allocator->AllocateBuffer(&capacity, nullptr);
     if (info->buffer != nullptr) {
         AttachBuffer(info, 0, capacity);
-        ++m_lent;
+        ++lent;
     }
 }
 
 void RecordingConsumer::OnData(_tagConsumerInfo* info) {
-    --m_lent;
-    if (info->discard == 0) {
-        const std::lock_guard lock(m_mutex);
-        if (m_allocator->ConfirmBufferSize(info->buffer, info->dataLength) != 0) {
-            throw std::logic_error("buffer size");
-        }
-        if (keeping) {
-            if (m_units.empty() || m_units.back().timeStamp != info->timeStamp) {
-                m_units.push_back({info->timeStamp, {}});
-            }
-            append(m_units.back().bytes, Octets(info->buffer, info->buffer + info->dataLength));
-        }
-        m_size += info->dataLength;
-        ++m_buffers;
-        m_allocator->ReleaseBuffer(std::exchange(m_pending, info->buffer));
-    } else {
+    --lent;
+    if (info->discard != 0) {
         m_allocator->ReleaseBuffer(info->buffer);
+        return;
     }
+    if (keeping) {
+        const std::lock_guard lock(m_mutex);
+        if (m_timeStamps.empty() || m_timeStamps.back() != info->timeStamp) {
+            m_timeStamps.push_back(info->timeStamp);
+            m_payloads.emplace_back();
+        }
+        append(m_payloads.back(), Octets(info->buffer, info->buffer + info->dataLength));
+    }
+    size += info->dataLength;
+    ++buffers;
+    m_allocator->ReleaseBuffer(std::exchange(m_pending, info->buffer));
     onData();
 }
 
 void RecordingConsumer::OnNotify(_tagNetSourceNotifyType type, void* /*data*/) {
-    {
+    if (keeping) {
         const std::lock_guard lock(m_mutex);
         m_notifications.push_back(type);
     }
     onNotify(type);
-}
-
-std::vector<Octets> RecordingConsumer::payloads() const {
-    std::vector<Octets> all;
-    for (const Unit& unit : units()) {
-        all.push_back(unit.bytes);
-    }
-    return all;
 }
 
 Octets RecordingConsumer::data() const {
@@ -135,34 +106,28 @@ Octets RecordingConsumer::data() const {
     return all;
 }
 
-IMediaConsumer* RecordingCreator::OnCreateConsumerForNetStream(_tagMCNetStreamMediaInfo* mediaInfo,
-                                                               IMCPlaylistItemQualitySelector* /*selector*/,
-                                                               std::uint32_t /*value*/) {
-    const std::uint8_t* const config = mediaInfo->codecConfig;
-    announcements.push_back({mediaInfo->streamType, mediaInfo->mediaKind, mediaInfo->audioSamplingRate,
-                             mediaInfo->audioChannels,
-                             Octets(config, config + mediaInfo->codecConfigLength)});
-    if (!onAnnounce()) {
-        return nullptr;
-    }
-    consumers.push_back(std::make_unique<RecordingConsumer>());
-    return consumers.back().get();
-}
-
 Receiver::Receiver() {
     StartSocketService();
     SdkClientSettings settings{};
     settings.receiver = this;
-    client = CreateNetworkClient(&creator, &settings);
+    client = CreateNetworkClient(this, &settings);
+}
+
+IMediaConsumer* Receiver::OnCreateConsumerForNetStream(_tagMCNetStreamMediaInfo* mediaInfo,
+                                                       IMCPlaylistItemQualitySelector* /*selector*/,
+                                                       std::uint32_t /*value*/) {
+    const Octets config(mediaInfo->codecConfig, mediaInfo->codecConfig + mediaInfo->codecConfigLength);
+    announcements.push_back({mediaInfo->streamType, mediaInfo->mediaKind, mediaInfo->audioSamplingRate,
+                             mediaInfo->audioChannels, config});
+    onAnnounce();
+    consumers.push_back(std::make_unique<RecordingConsumer>());
+    return consumers.back().get();
 }
 
 std::uint32_t Receiver::play() {
     const std::uint8_t enabled = 1;
-    for (const auto& consumer : creator.consumers) {
-        if (const std::uint32_t status = client->EnableConsumer(consumer.get(), 0, &enabled, 1);
-            status != 0) {
-            return status;
-        }
+    for (const auto& taker : consumers) {
+        client->EnableConsumer(taker.get(), 0, &enabled, 1);
     }
     return client->Play(0.0, -1.0, 1.0);
 }
@@ -189,34 +154,26 @@ ClientCounters Receiver::counters() const {
     throw std::logic_error("the client is not among those counted");
 }
 
-bool Receiver::wasTold(int type) {
+bool Receiver::wasTold(int type) const {
     const std::vector<int> told = consumer().notifications();
     return !told.empty() && told.back() == type;
 }
 
-Sender::Sender(const std::string& address, std::uint16_t port, const char* networkInterface,
-               const char* from) {
-    const auto addressOf = [](const std::string& host, std::uint16_t ofPort) {
-        addrinfo hints{};
-        hints.ai_flags = AI_NUMERICHOST;
-        hints.ai_socktype = SOCK_DGRAM;
-        addrinfo* found = nullptr;
-        if (getaddrinfo(host.c_str(), std::to_string(ofPort).c_str(), &hints, &found) != 0) {
-            throw std::runtime_error("no address " + host);
-        }
-        return std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>(found, &freeaddrinfo);
-    };
-    const auto to = addressOf(address, port);
-    const auto local = addressOf(from != nullptr ? from : address, 0);
+static std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> addressOf(const char* host, std::uint16_t port) {
+    addrinfo hints{};
+    hints.ai_flags = AI_NUMERICHOST;
+    hints.ai_socktype = SOCK_DGRAM;
+    addrinfo* found = nullptr;
+    getaddrinfo(host, std::to_string(port).c_str(), &hints, &found);
+    return {found, &freeaddrinfo};
+}
+
+Sender::Sender(const std::string& address, std::uint16_t port, const char* from) {
+    const auto to = addressOf(address.c_str(), port);
+    const auto local = addressOf(from != nullptr ? from : address.c_str(), 0);
     m_socket = socket(to->ai_family, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    const unsigned index = if_nametoindex(networkInterface);
-    ip_mreqn request{};
-    request.imr_ifindex = static_cast<int>(index);
-    bool done = to->ai_family == AF_INET6
-                    ? setsockopt(m_socket, IPPROTO_IPV6, IPV6_MULTICAST_IF, &index, sizeof(index)) == 0
-                    : setsockopt(m_socket, IPPROTO_IP, IP_MULTICAST_IF, &request, sizeof(request)) == 0;
-    done = done && (from == nullptr || bind(m_socket, local->ai_addr, local->ai_addrlen) == 0);
-    if (!done || connect(m_socket, to->ai_addr, to->ai_addrlen) != 0) {
+    if ((from != nullptr && bind(m_socket, local->ai_addr, local->ai_addrlen) != 0) ||
+        connect(m_socket, to->ai_addr, to->ai_addrlen) != 0) {
         throw std::runtime_error("no sender to " + address);
     }
 }

@@ -1,16 +1,10 @@
 #pragma once
 
-// What the network client's tests share: tables, bounded waiting, a consumer and a creator that record, a
-// client driven as the module does it, and a sender of datagrams.
+// What the network client's tests share.
 
 #include <atomic>
-#include <chrono>
-#include <cstdint>
 #include <functional>
-#include <memory>
 #include <mutex>
-#include <string>
-#include <vector>
 
 #include "NetworkClient.h"
 #include "NetworkClientCounters.h"
@@ -23,10 +17,10 @@ using namespace KorvelVideo::NetworkSource;
 using Octets = std::vector<std::uint8_t>;
 
 // The rows of a table in tests/data/netsource, one a line, their cells between bars; the parts of a text
-// between separators, without spaces around them; and bytes in hexadecimal digits, spaces anywhere.
+// without the spaces around them; and bytes from hexadecimal digits, with spaces anywhere.
 [[nodiscard]] std::vector<std::vector<std::string>> readTable(const std::string& name);
 [[nodiscard]] std::vector<std::string> split(const std::string& text, char separator);
-[[nodiscard]] Octets fromHex(const std::string& digits);
+[[nodiscard]] Octets fromHex(std::string digits);
 inline void append(Octets& to, const Octets& bytes) { to.insert(to.end(), bytes.begin(), bytes.end()); }
 
 // Waits until the condition holds. False when it never did, however slow the machine.
@@ -41,14 +35,8 @@ void advanceClock(std::chrono::milliseconds time);
 // points, each given back when the next one comes.
 class RecordingConsumer : public IMediaConsumer {
 public:
-    struct Unit { // consecutive buffers of one time stamp
-        std::uint64_t timeStamp;
-        Octets bytes;
-    };
-
     explicit RecordingConsumer(std::uint32_t bufferSize = 0x10000)
         : m_allocator(CreateBufferAllocator(2, 8, 0x100000, bufferSize, 1, nullptr)) {}
-
     void GetBuffer(_tagConsumerInfo* info) override;
     void OnData(_tagConsumerInfo* info) override;
     void OnNotify(_tagNetSourceNotifyType type, void* data) override;
@@ -57,38 +45,52 @@ public:
     // Called in OnData and OnNotify, with no lock held. Set before Play.
     std::function<void()> onData = [] {};
     std::function<void(int type)> onNotify = [](int) {};
-    std::atomic<bool> refusing{false}; // GetBuffer gives none
-    bool keeping = true;               // what comes, not only its size
+    bool keeping = true; // what comes, not only how much
 
-    [[nodiscard]] std::vector<Unit> units() const {
-        const std::lock_guard lock(m_mutex);
-        return m_units;
-    }
-    [[nodiscard]] std::vector<Octets> payloads() const; // of the units
-    [[nodiscard]] Octets data() const;                  // all of it
-    [[nodiscard]] std::size_t size() const { return m_size; }
-    [[nodiscard]] std::size_t buffers() const { return m_buffers; }
-    [[nodiscard]] std::vector<int> notifications() const {
-        const std::lock_guard lock(m_mutex);
-        return m_notifications;
-    }
-    // Buffers lent to the client and not handed back.
-    [[nodiscard]] int lent() const { return m_lent; }
+    // Of the buffers of one time stamp together, and all together.
+    [[nodiscard]] std::vector<Octets> payloads() const { return copy(m_payloads); }
+    [[nodiscard]] Octets data() const;
+    [[nodiscard]] std::vector<std::uint64_t> timeStamps() const { return copy(m_timeStamps); }
+    [[nodiscard]] std::vector<int> notifications() const { return copy(m_notifications); }
+    std::atomic<std::size_t> size{0};
+    std::atomic<std::size_t> buffers{0};
+    std::atomic<int> lent{0}; // buffers that the client has
 
 private:
+    template <class Records>
+    [[nodiscard]] Records copy(const Records& records) const {
+        const std::lock_guard lock(m_mutex);
+        return records;
+    }
+
     const std::unique_ptr<SdkBufferAllocator> m_allocator;
     std::uint8_t* m_pending = nullptr;
-    std::atomic<int> m_lent{0};
-    std::atomic<std::size_t> m_size{0};
-    std::atomic<std::size_t> m_buffers{0};
     mutable std::mutex m_mutex;
-    std::vector<Unit> m_units;
+    std::vector<Octets> m_payloads;
+    std::vector<std::uint64_t> m_timeStamps;
     std::vector<int> m_notifications;
 };
 
-// Gives every stream a RecordingConsumer and keeps what was announced.
-class RecordingCreator : public INetStreamCreator {
+// A client whose streams get a RecordingConsumer each.
+class Receiver final : public INetStreamCreator {
 public:
+    Receiver(); // by the entry points
+    explicit Receiver(NetworkClient::Surroundings surroundings)
+        : client(new NetworkClient(*this, this, std::move(surroundings))) {}
+    ~Receiver() { close(); }
+
+    std::uint32_t init(const std::string& url, const char* networkInterface = nullptr) {
+        return client->Init(url.c_str(), networkInterface);
+    }
+    std::uint32_t play(); // with every consumer enabled
+    std::uint32_t stop() { return client->Stop(); }
+    void close(); // Stop, Shutdown and Release
+
+    [[nodiscard]] RecordingConsumer& consumer(std::size_t index = 0) const { return *consumers.at(index); }
+    [[nodiscard]] ClientCounters counters() const;
+    [[nodiscard]] std::uint16_t port() const { return static_cast<std::uint16_t>(counters().localPort); }
+    [[nodiscard]] bool wasTold(int type) const; // the first stream, the last time
+
     IMediaConsumer* OnCreateConsumerForNetStream(_tagMCNetStreamMediaInfo* mediaInfo,
                                                  IMCPlaylistItemQualitySelector* qualitySelector,
                                                  std::uint32_t value) override;
@@ -96,61 +98,24 @@ public:
     void ReservedSlot3() override {}
 
     struct Announcement {
-        std::uint32_t streamType;
-        std::uint32_t mediaKind;
-        std::uint32_t samplingRate;
-        std::uint32_t channels;
+        std::uint32_t streamType, mediaKind, samplingRate, channels;
         Octets codecConfig;
         bool operator==(const Announcement&) const = default;
     };
-    std::function<bool()> onAnnounce = [] { return true; }; // false refuses the stream
+    std::function<void()> onAnnounce = [] {};
     std::vector<Announcement> announcements;
     std::vector<std::unique_ptr<RecordingConsumer>> consumers;
-};
-
-// A client with its creator.
-class Receiver {
-public:
-    Receiver(); // by the entry points
-    explicit Receiver(NetworkClient::Surroundings surroundings)
-        : client(new NetworkClient(creator, this, std::move(surroundings))) {}
-    Receiver(const Receiver&) = delete;
-    Receiver& operator=(const Receiver&) = delete;
-    ~Receiver() { close(); }
-
-    std::uint32_t init(const std::string& url, const char* networkInterface = nullptr) {
-        return client->Init(url.c_str(), networkInterface);
-    }
-    template <class Value>
-    std::uint32_t set(_tagMCNetClientParamType parameter, Value value) {
-        return client->SetParameter(parameter, &value, sizeof(value));
-    }
-    // Enables every consumer and plays.
-    std::uint32_t play();
-    std::uint32_t stop() { return client->Stop(); }
-    // Stop, Shutdown and Release.
-    void close();
-
-    [[nodiscard]] RecordingConsumer& consumer(std::size_t index = 0) { return *creator.consumers.at(index); }
-    [[nodiscard]] ClientCounters counters() const;
-    [[nodiscard]] std::uint16_t port() const { return static_cast<std::uint16_t>(counters().localPort); }
-    // Whether the last notification of the first stream has this type.
-    [[nodiscard]] bool wasTold(int type);
-
-    RecordingCreator creator;
     SdkNetworkClient* client = nullptr;
 };
 
-// Sends datagrams to a local address, or to a group over one interface, `from` an address of its own.
+// Sends datagrams to a local address, or to a group `from` a local address.
 class Sender {
 public:
-    Sender(const std::string& address, std::uint16_t port, const char* networkInterface = "lo",
-           const char* from = nullptr);
+    Sender(const std::string& address, std::uint16_t port, const char* from = nullptr);
     Sender(const Sender&) = delete;
     Sender& operator=(const Sender&) = delete;
     ~Sender();
-    // False when the system refused it.
-    bool send(const Octets& datagram) const;
+    bool send(const Octets& datagram) const; // false when the system refused it
 
 private:
     int m_socket = -1;

@@ -1,49 +1,36 @@
 #include "TestServer.h"
 
+#include <thread>
+
 #include "PlatformCompiler.h"
 #include "TestObject.h"
 
 namespace {
 
-constinit TestServerState g_state;
+HMODULE g_module = nullptr;
+std::atomic<int> g_objects{0};
 
 struct Object final : TestObject<IUnknown> {
-    Object() { ++g_state.objects; }
-    ~Object() override { --g_state.objects; }
-};
-
-class Factory final : public StaticTestObject<IClassFactory> {
-public:
-    HRESULT QueryInterface(REFIID iid, void** object) override {
-        *object = iid == IID_IClassFactory ? this : nullptr;
-        return *object != nullptr ? S_OK : E_NOINTERFACE;
-    }
-    HRESULT CreateInstance(IUnknown* /*outer*/, REFIID iid, void** object) override {
-        if (g_state.entered != nullptr) {
-            SetEvent(g_state.entered);
-            WaitForSingleObject(g_state.proceed, longWait);
-        }
-        auto* made = new Object;
-        const HRESULT result = made->QueryInterface(iid, object);
-        made->Release();
-        return result;
-    }
-    HRESULT LockServer(BOOL /*lock*/) override { return S_OK; }
+    Object() { ++g_objects; }
+    ~Object() override { --g_objects; }
 };
 
 // Usable without its initialiser: the thread sanitizer does not see that the loader has run it.
-constinit Factory g_factory;
+constinit TestClass g_factory([]() -> IUnknown* {
+    std::this_thread::sleep_for(std::chrono::milliseconds(2)); // gives whoever unloads too early time to
+    return new Object;
+});
 
 } // namespace
 
 extern "C" {
 
 BOOL DllMain(HMODULE module, DWORD /*reason*/, void* /*reserved*/) {
-    g_state.module = module;
+    g_module = module;
     return TRUE;
 }
 
-KV_EXPORT TestServerState* testServerState() { return &g_state; }
+KV_EXPORT HMODULE testServerModule() { return g_module; }
 
 KV_EXPORT HRESULT DllGetClassObject(REFCLSID clsid, REFIID iid, void** object) {
     if (clsid != CLSID_TestServer) {
@@ -53,7 +40,5 @@ KV_EXPORT HRESULT DllGetClassObject(REFCLSID clsid, REFIID iid, void** object) {
     return g_factory.QueryInterface(iid, object);
 }
 
-KV_EXPORT HRESULT DllCanUnloadNow() {
-    return g_state.alwaysUnloadable || g_state.objects == 0 ? S_OK : S_FALSE;
-}
+KV_EXPORT HRESULT DllCanUnloadNow() { return g_objects == 0 ? S_OK : S_FALSE; }
 }

@@ -54,7 +54,7 @@ private:
 // A class object whose objects `create` makes, with one reference; null when it cannot.
 class TestClass final : public StaticTestObject<IClassFactory> {
 public:
-    explicit TestClass(IUnknown* (*create)()) : m_create(create) {}
+    explicit constexpr TestClass(IUnknown* (*create)()) : m_create(create) {}
 
     HRESULT QueryInterface(REFIID, void** object) override {
         *object = static_cast<IClassFactory*>(this);

@@ -3,12 +3,16 @@
 
 usage: rtsp_server.py PORT FILE [PROTOCOLS [USER PASSWORD]]
 
-PROTOCOLS: "any" (default) or "tcp" (refuses UDP). With a user, /clip asks for digest authentication.
+PROTOCOLS: "any" (default), "tcp" (refuses UDP) or "blocked" (offers UDP, of which nothing arrives; takes PORT + 1
+too). With a user, /clip asks for digest authentication.
 Paths: /clip, /bare (the description lacks the H.264 parameter sets, which come in band instead), /speech (a
 second audio stream beside those of /clip, in G.711).
 Prints "ready" when it accepts connections. Each session plays the file from its start.
 """
+import re
+import socket
 import sys
+import threading
 
 import gi
 
@@ -16,6 +20,22 @@ gi.require_version("Gst", "1.0")
 gi.require_version("GstRtsp", "1.0")
 gi.require_version("GstRtspServer", "1.0")
 from gi.repository import GLib, Gst, GstRtsp, GstRtspServer  # noqa: E402
+
+
+def relay(source, sink, hides_ports):
+    while data := source.recv(65536):
+        if hides_ports:  # the server sends to ports that nobody listens on, as a firewall would have it
+            data = re.sub(rb"client_port=\d+-\d+", b"client_port=64998-64999", data)
+        sink.sendall(data)
+    sink.shutdown(socket.SHUT_RDWR)
+
+
+def stand_before(listener, port):
+    while True:
+        client = listener.accept()[0]
+        server = socket.create_connection(("127.0.0.1", port))
+        threading.Thread(target=relay, args=(client, server, True), daemon=True).start()
+        threading.Thread(target=relay, args=(server, client, False), daemon=True).start()
 
 
 def factory(path, bare, protocols, more=""):
@@ -43,6 +63,10 @@ def main():
     protocols = sys.argv[3] if len(sys.argv) > 3 else "any"
     server = GstRtspServer.RTSPServer()
     server.set_address("127.0.0.1")
+    if protocols == "blocked":
+        firewall = socket.create_server(("127.0.0.1", int(port)))
+        port = str(int(port) + 1)
+        threading.Thread(target=stand_before, args=(firewall, int(port)), daemon=True).start()
     server.set_service(port)
     mounts = server.get_mount_points()
     clip = factory(path, False, protocols)

@@ -3,9 +3,11 @@
 // transport stream on which nothing comes. Says what went wrong and returns 1.
 
 #include <cstdio>
+#include <cstdlib>
 #include <iterator>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "ComObject.h"
 #include "KvNetworkReceiver.h"
@@ -14,26 +16,18 @@
 
 namespace {
 
-int g_failures = 0;
-
-void check(bool holds, const char* what, const char* subject) {
+void require(bool holds, const char* what) {
     if (!holds) {
-        std::printf("FAILED: %s: %s\n", subject, what);
-        ++g_failures;
+        std::printf("FAILED: %s\n", what);
+        std::exit(1);
     }
 }
 
-struct Class {
-    const char* name;
-    const CLSID* clsid;
-    const IID* iid;
-};
-
-constexpr Class kClasses[] = {
-    {"RTSP factory", &CLSID_RtspReceiverFactory, &IID_IKvRtspReceiverFactory},
-    {"RTMP factory", &CLSID_RtmpReceiverFactory, &IID_IKvRtmpReceiverFactory},
-    {"RTP factory", &CLSID_RtpReceiverFactory, &IID_IKvRtpReceiverFactory},
-    {"TS over UDP factory", &CLSID_TsOverUdpReceiverFactory, &IID_IKvTsOverUdpReceiverFactory},
+constexpr std::pair<const CLSID*, const IID*> kFactories[] = {
+    {&CLSID_RtspReceiverFactory, &IID_IKvRtspReceiverFactory},
+    {&CLSID_RtmpReceiverFactory, &IID_IKvRtmpReceiverFactory},
+    {&CLSID_RtpReceiverFactory, &IID_IKvRtpReceiverFactory},
+    {&CLSID_TsOverUdpReceiverFactory, &IID_IKvTsOverUdpReceiverFactory},
 };
 
 bool isLoaded() { return GetModuleHandleA("kvNetworkReceiver.dll") != nullptr; }
@@ -41,27 +35,23 @@ bool isLoaded() { return GetModuleHandleA("kvNetworkReceiver.dll") != nullptr; }
 using KorvelVideo::Host::Reference;
 using KorvelVideo::Host::UncountedObject;
 
-void createAndQuery(const Class& served, const IID& other) {
+void createAndQuery(REFCLSID clsid, REFIID iid, REFIID other) {
     Reference<IUnknown> factory;
-    const HRESULT created =
-        CoCreateInstance(*served.clsid, nullptr, CLSCTX_INPROC_SERVER, *served.iid, factory.receiveVoid());
-    check(created == S_OK && factory, "CoCreateInstance gives the factory", served.name);
-    if (!factory) {
-        return;
-    }
     Reference<IUnknown> asked;
-    check(factory->QueryInterface(other, asked.receiveVoid()) == E_NOINTERFACE && !asked,
-          "another factory's interface is refused", served.name);
-    check(factory->QueryInterface(IID_IUnknown, asked.receiveVoid()) == S_OK && asked, "IUnknown is answered",
-          served.name);
+    require(CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, iid, factory.receiveVoid()) == S_OK &&
+                factory,
+            "CoCreateInstance gives the factory");
+    require(factory->QueryInterface(other, asked.receiveVoid()) == E_NOINTERFACE && !asked,
+            "another factory's interface is refused");
     CoFreeUnusedLibrariesEx(0, 0);
-    check(isLoaded(), "the module stays loaded while an object lives", served.name);
+    require(isLoaded(), "the module stays loaded while an object lives");
 }
 
 struct Settings final : UncountedObject<IKvTsOverUdpReceiverSettings> {
+    explicit Settings(const char* of) : url(of) {}
     const char* GetUrl() override { return url; }
     const char* GetNetworkInterfaceCard() override { return nullptr; }
-    const char* url = nullptr;
+    const char* const url;
 };
 
 struct Sink final : UncountedObject<IKvVideoCallback> {
@@ -82,51 +72,40 @@ void receive(const char* url) {
     Reference<IKvTsOverUdpReceiverFactory> factory;
     static_cast<void>(CoCreateInstance(CLSID_TsOverUdpReceiverFactory, nullptr, CLSCTX_INPROC_SERVER,
                                        IID_IKvTsOverUdpReceiverFactory, factory.receiveVoid()));
-    if (!factory) {
-        return;
-    }
-    Settings settings;
-    settings.url = url;
+    Settings settings(url);
     Detector detector;
     Reference<IKvNetworkReceiverController> receiver;
-    check(factory->CreateReceiver(&settings, nullptr, receiver.receive()) == KV_E_INVALID_POINTER &&
-              !receiver,
-          "a null callback is refused", "CreateReceiver");
-    check(factory->CreateReceiver(&settings, &detector, receiver.receive()) == S_OK && receiver,
-          "a receiver is made", "CreateReceiver");
-    if (!receiver) {
-        return;
-    }
+    require(factory->CreateReceiver(&settings, nullptr, receiver.receive()) == KV_E_INVALID_POINTER,
+            "CreateReceiver refuses a null callback");
+    require(factory->CreateReceiver(&settings, &detector, receiver.receive()) == S_OK && receiver,
+            "CreateReceiver makes a receiver");
     std::thread([&] {
-        check(receiver->Start() == S_OK, "succeeds", "Start");
+        require(receiver->Start() == S_OK, "Start succeeds");
         HRESULT raised = S_OK;
         try {
             receiver->Redirect("udp://127.0.0.1@127.0.0.1:9");
         } catch (const CKvVaneException& exception) {
             raised = exception.m_result;
         }
-        check(raised == KV_E_INVALID_PARAMETER, "raises its code", "Redirect");
-        check(receiver->Redirect(url) == S_OK, "succeeds", "Redirect");
-        check(receiver->Stop() == S_OK, "succeeds", "Stop");
+        require(raised == KV_E_INVALID_PARAMETER, "Redirect raises its code");
+        require(receiver->Redirect(url) == S_OK && receiver->Stop() == S_OK, "Redirect and Stop succeed");
         receiver.reset();
     }).join();
 }
 
-void unload(bool alsoForTheProcess) {
-    check(isLoaded(), "the module is loaded", "unloading");
+void unload() {
     const auto freeLibraries = [] {
         CoFreeUnusedLibraries();
         CoFreeUnusedLibrariesEx(0, 0); // the call above may wait for minutes before it unloads
     };
     freeLibraries();
-    if (alsoForTheProcess) { // each apartment keeps the module for itself, and its own may have come later
-        std::thread([&] {
-            CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-            freeLibraries();
-            CoUninitialize();
-        }).join();
-    }
-    check(!isLoaded(), "CoFreeUnusedLibraries unloads the module", "unloading");
+    std::thread([&] { // each apartment keeps the module for itself
+        CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+        freeLibraries();
+        CoUninitialize();
+    })
+        .join();
+    require(!isLoaded(), "CoFreeUnusedLibraries unloads the module");
 }
 
 } // namespace
@@ -140,11 +119,12 @@ int main(int argumentCount, char** arguments) {
         CoInitializeEx(nullptr, apartment == "sta" ? COINIT_APARTMENTTHREADED : COINIT_MULTITHREADED);
     }
     for (int round = 0; round < 3; ++round) {
-        for (std::size_t index = 0; index < std::size(kClasses); ++index) {
-            createAndQuery(kClasses[index], *kClasses[(index + 1) % std::size(kClasses)].iid);
+        for (std::size_t index = 0; index < std::size(kFactories); ++index) {
+            const auto& [clsid, iid] = kFactories[index];
+            createAndQuery(*clsid, *iid, *kFactories[(index + 1) % std::size(kFactories)].second);
         }
         receive(url);
-        unload(apartment == "none");
+        unload();
     }
-    return g_failures == 0 ? 0 : 1;
+    return 0;
 }

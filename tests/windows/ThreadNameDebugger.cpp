@@ -1,10 +1,7 @@
 // Run by scripts/windows-check: runs a program as its debugger and prints the thread names that it announces.
-// `kv_thread_names PROGRAM [ARGUMENTS]`; returns the program's exit code, 1 when it announces something
-// wrong.
+// `kv_thread_names PROGRAM [ARGUMENTS]`; returns the program's exit code, 1 after a wrong announcement.
 
-#include <algorithm>
 #include <cstdio>
-#include <set>
 #include <string>
 
 #include "PlatformKernel.h"
@@ -36,25 +33,19 @@ int main(int argumentCount, char** arguments) {
     PROCESS_INFORMATION process{};
     CreateProcessA(nullptr, command.data(), nullptr, nullptr, TRUE, DEBUG_ONLY_THIS_PROCESS, nullptr, nullptr,
                    &startup, &process);
-    std::set<DWORD> begun;
-    std::set<DWORD> named; // perhaps before the debugger hears of its beginning
     bool isRight = true;
     for (DEBUG_EVENT event{}; WaitForDebugEvent(&event, 30'000) != 0;) {
-        DWORD answer = DBG_CONTINUE;
-        if (event.dwDebugEventCode == CREATE_THREAD_DEBUG_EVENT) {
-            begun.insert(event.dwThreadId);
-        } else if (event.dwDebugEventCode == EXIT_PROCESS_DEBUG_EVENT) {
-            isRight = isRight && std::includes(begun.begin(), begun.end(), named.begin(), named.end());
+        if (event.dwDebugEventCode == EXIT_PROCESS_DEBUG_EVENT) {
             return isRight ? static_cast<int>(event.u.ExitProcess.dwExitCode) : 1;
-        } else if (event.dwDebugEventCode == EXCEPTION_DEBUG_EVENT) {
-            const EXCEPTION_RECORD& exception = event.u.Exception.ExceptionRecord;
-            if (exception.ExceptionCode == 0x406D1388) {
-                isRight = print(process.hProcess, exception) && isRight;
-                named.insert(static_cast<DWORD>(exception.ExceptionInformation[2]));
-            }
-            answer = exception.ExceptionCode == EXCEPTION_BREAKPOINT ? answer : DBG_EXCEPTION_NOT_HANDLED;
         }
-        ContinueDebugEvent(event.dwProcessId, event.dwThreadId, answer);
+        const EXCEPTION_RECORD& exception = event.u.Exception.ExceptionRecord;
+        const bool isException = event.dwDebugEventCode == EXCEPTION_DEBUG_EVENT;
+        if (isException && exception.ExceptionCode == 0x406D1388) {
+            isRight = print(process.hProcess, exception) && isRight;
+        }
+        const bool isHandled = !isException || exception.ExceptionCode == EXCEPTION_BREAKPOINT;
+        ContinueDebugEvent(event.dwProcessId, event.dwThreadId,
+                           isHandled ? DBG_CONTINUE : DBG_EXCEPTION_NOT_HANDLED);
     }
     std::printf("FAILED: %s does not run to its end\n", command.c_str());
     return 1; // and the program ends with its debugger
