@@ -43,7 +43,8 @@ public:
                        const char* sourceFile, const char* function, std::uint32_t /*line*/,
                        const char* text) override {
         return keep([&] {
-            records().lines.push_back({category, level, std::string(moduleId == 7 ? "" : "not 7: ") + text});
+            const std::string prefix = moduleId == 7 ? "" : "module " + std::to_string(moduleId) + ": ";
+            records().lines.push_back({category, level, prefix + text});
             records().sites.push_back(std::string(sourceFile) + "|" + function);
         });
     }

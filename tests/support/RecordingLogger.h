@@ -24,8 +24,8 @@ struct LogLine {
 namespace RecordingLogger {
 
 // What came since the last take. Lines without those of level 0 (construction and destruction) unless asked
-// for, which begin with "not 7: " when another module logged them; sites of lines as "src/File|function
-// signature".
+// for, which begin with its number when another module than ours logged them ("module 8: "); sites of lines
+// as "src/File|function signature".
 std::vector<LogLine> takeLines(bool withLifetimeLines = false);
 std::vector<CKvVaneException> takeExceptions();
 std::string takeExceptionText(); // a line each: "0x80070005 src/File: expression"
