@@ -234,15 +234,19 @@ TEST(DatagramFaults, ReleaseFromInsideACallback) {
     EXPECT_EQ(done.get_future().wait_for(std::chrono::seconds(30)), std::future_status::ready);
 }
 
-// Nor memory, which the sanitizers find.
-TEST(DatagramFaults, RestartsLeaveNoFileOpen) {
+TEST(DatagramFaults, RestartsLeaveNoFileOpenAndNoMemory) {
+    const Unrecorded unrecorded;
     const auto openFiles = [] {
         const std::filesystem::directory_iterator files("/proc/self/fd");
         return std::distance(begin(files), end(files));
     };
     std::ptrdiff_t before = 0;
-    for (int count = 0; count < 50; ++count) {
-        before = count == 10 ? openFiles() : before;
+    std::int64_t liveBefore = 0;
+    for (int count = 0; count < 1000; ++count) {
+        if (count == 100) {
+            before = openFiles();
+            liveBefore = AllocationCounter::live();
+        }
         Receiver receiver;
         start(receiver);
         EXPECT_EQ(Receiver().init("udp://127.0.0.1:" + std::to_string(receiver.port())),
@@ -254,6 +258,7 @@ TEST(DatagramFaults, RestartsLeaveNoFileOpen) {
         ASSERT_TRUE(waitFor([&] { return receiver.consumer().size == kDatagram.size(); }));
     }
     EXPECT_LE(openFiles(), before);
+    EXPECT_LT(AllocationCounter::live(), liveBefore + 100);
 }
 
 TEST(ReceivePool, IntervalLeavesRoomForBursts) {

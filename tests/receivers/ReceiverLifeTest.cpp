@@ -1,3 +1,4 @@
+#include "AllocationCounter.h"
 #include "ReceiverFixture.h"
 #include "RecordingCodecConfiguration.h"
 
@@ -98,6 +99,34 @@ TEST_F(ReceiverLife, StartEnablesEveryStreamAndPassesOverARefusal) {
         EXPECT_EQ(receiver->Start(), S_OK);
     }
     release();
+}
+
+// One lost object a round would be more than the few records that libraries still let grow.
+TEST_F(ReceiverLife, HundredsOfThemLeaveMemoryAsItWas) {
+    const KvTest::ShortWaits shortWaits;
+    const Unrecorded unrecorded;
+    for (const ReceiverKind& kind : kReceiverKinds) {
+        const auto liveAllocations = [] {
+            EXPECT_TRUE(ScriptedSdk::waitForClientThreads() && waitForNoObjects());
+            restart();
+            return AllocationCounter::live();
+        };
+        std::int64_t before = 0;
+        for (int round = 0; round < 330; ++round) {
+            before = round == 30 ? liveAllocations() : before;
+            ASSERT_EQ(create(kind, {kind.url, nullptr, 5000, 0}), S_OK);
+            ASSERT_EQ(receiver->Start(), S_OK);
+            ScriptedSdk::notify(consumer(), 10);
+            ASSERT_TRUE(ScriptedSdk::play(consumer(), {{1, 2, 3}, 40}));
+            ASSERT_TRUE(ScriptedSdk::play(consumer(), {{1, 2, 3}, 80}));
+            ASSERT_EQ(receiver->Stop(), S_OK);
+            ASSERT_EQ(receiver->Redirect(kind.otherUrl), S_OK);
+            ASSERT_EQ(release(), 0U);
+            videoSink.takeDelivered();
+            videoSink.takeStatuses();
+        }
+        EXPECT_LT(liveAllocations(), before + 100) << kind.name;
+    }
 }
 
 } // namespace

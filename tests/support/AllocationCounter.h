@@ -11,6 +11,8 @@ public:
     AllocationCounter() noexcept;
     [[nodiscard]] std::uint64_t count() const noexcept;
     [[nodiscard]] std::uint64_t bytes() const noexcept; // of all allocations, freed or not
+    // All allocations of the process, those of fakes too, that are not freed yet.
+    [[nodiscard]] static std::int64_t live() noexcept;
 
 private:
     std::uint64_t m_startCount;
