@@ -59,7 +59,7 @@ protected:
         for (const LogLine& line : RecordingLogger::takeLines(true)) {
             const std::string& site = sites.at(number++);
             text += std::to_string(line.category) + " " + std::to_string(line.level) + " " +
-                    site.substr(0, site.find('|')) + ": " + line.text.substr(0, line.text.find("[0x")) + "\n";
+                    site.substr(0, site.find('|')) + ": " + line.text.substr(0, line.text.find('[')) + "\n";
         }
         return text + RecordingLogger::takeExceptionText();
     }
