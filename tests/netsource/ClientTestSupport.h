@@ -77,7 +77,7 @@ public:
     Receiver(); // by the entry points
     explicit Receiver(NetworkClient::Surroundings surroundings)
         : client(new NetworkClient(*this, this, std::move(surroundings))) {}
-    ~Receiver() { close(); }
+    ~Receiver() override { close(); }
 
     std::uint32_t init(const std::string& url, const char* networkInterface = nullptr) {
         return client->Init(url.c_str(), networkInterface);
