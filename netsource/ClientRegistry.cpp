@@ -12,15 +12,14 @@ ClientRegistry& ClientRegistry::instance() {
     return registry;
 }
 
-std::uint32_t ClientRegistry::add(const NetworkClient& client) {
+void ClientRegistry::add(const NetworkClient& client) {
     const std::lock_guard lock(m_mutex);
-    m_clients.push_back(&client);
-    return ++m_lastNumber;
+    m_clients.push_back({&client, ++m_lastNumber});
 }
 
 void ClientRegistry::remove(const NetworkClient& client) noexcept {
     const std::lock_guard lock(m_mutex);
-    std::erase(m_clients, &client);
+    std::erase_if(m_clients, [&client](const Entry& entry) { return entry.client == &client; });
 }
 
 std::uint32_t ClientRegistry::query(ClientCounters* clients, std::uint32_t capacity) const {
@@ -28,7 +27,8 @@ std::uint32_t ClientRegistry::query(ClientCounters* clients, std::uint32_t capac
     const auto count = static_cast<std::uint32_t>(m_clients.size());
     if (clients != nullptr && capacity != 0 && clients->size == sizeof(ClientCounters)) {
         for (std::uint32_t index = 0; index < std::min(count, capacity); ++index) {
-            m_clients[index]->fillCounters(clients[index]);
+            m_clients[index].client->fillCounters(clients[index]);
+            clients[index].number = m_clients[index].number;
         }
     }
     return count;

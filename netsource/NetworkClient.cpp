@@ -68,8 +68,9 @@ NetworkClient::Surroundings NetworkClient::systemSurroundings() {
 }
 
 NetworkClient::NetworkClient(Creator& creator, void* receiver, Surroundings surroundings)
-    : m_creator(creator), m_receiver(receiver), m_surroundings(std::move(surroundings)),
-      m_number(ClientRegistry::instance().add(*this)) {}
+    : m_creator(creator), m_receiver(receiver), m_surroundings(std::move(surroundings)) {
+    ClientRegistry::instance().add(*this);
+}
 
 NetworkClient::~NetworkClient() { ClientRegistry::instance().remove(*this); }
 
@@ -274,7 +275,6 @@ void NetworkClient::fillCounters(ClientCounters& counters) const {
     const std::lock_guard lock(m_mutex);
     counters = {};
     counters.size = sizeof(counters);
-    counters.number = m_number;
     counters.receiver = m_receiver;
     m_shownUrl.copy(counters.url, sizeof(counters.url) - 1);
     counters.playing = m_playing ? 1 : 0;

@@ -61,7 +61,7 @@ public:
     void ReservedSlot11() override {}
     void ReservedSlot12() override {}
 
-    // Any thread.
+    // All but the number. Any thread.
     void fillCounters(ClientCounters& counters) const;
 
 private:
@@ -84,9 +84,6 @@ private:
     bool m_playing = false;
     std::shared_ptr<Source> m_source;           // once opened
     std::shared_ptr<ConsumerTable> m_consumers; // once announced
-
-    // Last, since it comes from the registry, and with it the first query from another thread.
-    const std::uint32_t m_number;
 };
 
 } // namespace KorvelVideo::NetworkSource

@@ -11,6 +11,7 @@
 #include "ClientTestSupport.h"
 #include "PlatformCom.h"
 #include "RecordingLogger.h"
+#include "RunTogether.h"
 
 namespace {
 
@@ -292,6 +293,20 @@ struct SleepingSource final : BlockingSource {
     const bool m_fails;
     const std::vector<ElementaryStream> m_streams{1};
 };
+
+// What the thread sanitizer would see: a query that finds a client half made.
+TEST(ClientRegistry, IsAskedWhileClientsComeAndGo) {
+    std::uint32_t lastNumber = 0;
+    runTogether(2000, {[](std::uint32_t) { Receiver(); },
+                       [&lastNumber](std::uint32_t) {
+                           ClientCounters counters{};
+                           counters.size = sizeof(counters);
+                           if (GetNetworkClientCounters(&counters, 1) != 0) {
+                               EXPECT_GE(counters.number, lastNumber);
+                               lastNumber = counters.number;
+                           }
+                       }});
+}
 
 TEST(BlockingSource, TellsOfAFailureAndIsLeftBehindWhenDeaf) {
     for (const bool fails : {false, true}) {
