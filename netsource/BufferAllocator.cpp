@@ -20,6 +20,8 @@ BufferAllocator::BufferAllocator(std::uint32_t count, std::uint32_t limit, std::
     m_lent.reserve(count);
 }
 
+BufferAllocator::~BufferAllocator() { BufferAllocator::Reset(0); }
+
 BufferAllocator::Lent::iterator BufferAllocator::find(const std::uint8_t* buffer) noexcept {
     return std::find_if(m_lent.begin(), m_lent.end(),
                         [buffer](const BufferStore::Buffer& lent) { return lent.get() == buffer; });

@@ -21,6 +21,8 @@ public:
     BufferAllocator(std::uint32_t count, std::uint32_t limit, std::uint32_t bufferSize);
     BufferAllocator(const BufferAllocator&) = delete;
     BufferAllocator& operator=(const BufferAllocator&) = delete;
+    // Leaves no more free buffers behind for the others than a reset does.
+    ~BufferAllocator() override;
 
     // Gives free buffers back to the system, down to `limit` bytes. Lent buffers stay lent. 0 on success;
     // `value` other than 0 fails.
